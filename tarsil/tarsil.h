@@ -1,0 +1,14 @@
+// The whole library in one include.
+#pragma once
+
+#include "tarsil/core/data_source.h"
+#include "tarsil/core/device.h"
+#include "tarsil/core/device_info.h"
+#include "tarsil/core/errors.h"
+#include "tarsil/core/frame.h"
+#include "tarsil/core/marker.h"
+#include "tarsil/core/mock_source.h"
+#include "tarsil/core/version.h"
+#include "tarsil/serial/ports.h"
+#include "tarsil/serial/reconnecting_source.h"
+#include "tarsil/serial/serial_source.h"
