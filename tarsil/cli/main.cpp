@@ -1,0 +1,8 @@
+// Entry point of the tool.
+#include "tarsil/cli/stop_flag.h"
+#include "tarsil/cli/tool.h"
+
+int main(int argc, char** argv) {
+  tarsil::cli::install_stop_signals();
+  return tarsil::cli::run_tool(argc, argv);
+}

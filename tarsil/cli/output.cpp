@@ -1,0 +1,40 @@
+// Nothing is buffered here, so nothing is lost or late when a command waits, fails or is killed.
+#include "tarsil/cli/output.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+namespace tarsil::cli {
+
+namespace {
+
+/// 0, or the error number of the write that failed.
+int write_all(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = ::write(descriptor, text.data(), text.size());
+    if (written >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno != EINTR) {
+      return errno;
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+void write_output(std::string_view text) {
+  if (const int error = write_all(STDOUT_FILENO, text); error != 0) {
+    throw std::runtime_error("cannot write to standard output: " + std::generic_category().message(error));
+  }
+}
+
+void write_error(std::string_view text) {
+  write_all(STDERR_FILENO, text);
+}
+
+}  // namespace tarsil::cli
