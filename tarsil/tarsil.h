@@ -9,6 +9,8 @@
 #include "tarsil/core/marker.h"
 #include "tarsil/core/mock_source.h"
 #include "tarsil/core/version.h"
+#include "tarsil/recording/recorder.h"
+#include "tarsil/recording/replayer.h"
 #include "tarsil/serial/ports.h"
 #include "tarsil/serial/reconnecting_source.h"
 #include "tarsil/serial/serial_source.h"

@@ -21,6 +21,12 @@ void append_integer(std::string& out, std::int64_t value) {
   out.append(text.data(), result.ptr);
 }
 
+void append_unsigned(std::string& out, std::uint64_t value) {
+  std::array<char, 24> text;
+  const auto result = std::to_chars(text.data(), text.data() + text.size(), value);
+  out.append(text.data(), result.ptr);
+}
+
 void append_right_aligned(std::string& out, std::string_view text, std::size_t width) {
   if (text.size() < width) out.append(width - text.size(), ' ');
   out.append(text);

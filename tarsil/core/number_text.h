@@ -14,6 +14,7 @@ void append_fixed(std::string& out, double value, int decimals, std::size_t widt
 
 /// Appends `value` in plain decimal.
 void append_integer(std::string& out, std::int64_t value);
+void append_unsigned(std::string& out, std::uint64_t value);
 
 /// Appends `text` right-aligned in `width` bytes.
 void append_right_aligned(std::string& out, std::string_view text, std::size_t width);

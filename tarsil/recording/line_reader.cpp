@@ -1,0 +1,72 @@
+// Large reads into one buffer; what is left of a line moves to its front when the end is reached.
+#include "tarsil/recording/line_reader.h"
+
+#include <fcntl.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace tarsil::detail {
+
+namespace {
+
+constexpr std::size_t kBufferSize = 256 * 1024;
+
+int open_for_reading(const std::filesystem::path& path) {
+  int descriptor = -1;
+  do {
+    descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  } while (descriptor < 0 && errno == EINTR);
+  return descriptor;
+}
+
+}  // namespace
+
+LineReader::LineReader(const std::filesystem::path& path)
+    : descriptor_(open_for_reading(path)), buffer_(is_open() ? kBufferSize : 0) {}
+
+LineReader::~LineReader() {
+  if (is_open()) ::close(descriptor_);
+}
+
+std::optional<std::string_view> LineReader::next() {
+  while (true) {
+    char* const from = buffer_.data() + scanned_;
+    if (auto* feed = static_cast<char*>(std::memchr(from, '\n', end_ - scanned_)); feed != nullptr) {
+      *feed = '\0';
+      const std::string_view line(buffer_.data() + begin_,
+                                  static_cast<std::size_t>(feed - buffer_.data()) - begin_);
+      begin_ = scanned_ = begin_ + line.size() + 1;
+      return line;
+    }
+    scanned_ = end_;
+    if (!fill()) break;
+  }
+  if (begin_ == end_) return std::nullopt;
+  const std::string_view line(buffer_.data() + begin_, end_ - begin_);
+  buffer_[end_] = '\0';
+  begin_ = scanned_ = end_;
+  return line;
+}
+
+/// Reads more behind what there is, with room for a zero byte kept; false at the end of the file.
+bool LineReader::fill() {
+  if (begin_ > 0) {
+    std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
+    end_ -= begin_;
+    scanned_ -= begin_;
+    begin_ = 0;
+  }
+  if (end_ + 1 >= buffer_.size()) buffer_.resize(2 * buffer_.size());
+  ssize_t count = -1;
+  do {
+    count = ::read(descriptor_, buffer_.data() + end_, buffer_.size() - 1 - end_);
+  } while (count < 0 && errno == EINTR);
+  if (count <= 0) return false;
+  end_ += static_cast<std::size_t>(count);
+  return true;
+}
+
+}  // namespace tarsil::detail

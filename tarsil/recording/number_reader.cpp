@@ -1,0 +1,101 @@
+// Most numbers of a recording are short decimals. Their digits and the power of ten below them are exact, so
+// that one division rounds correctly (IEEE 754 division is); everything else is left to the C library.
+#include "tarsil/recording/number_reader.h"
+
+#include <clocale>
+#include <cstdlib>
+#include <limits>
+
+#include <locale.h>
+
+namespace tarsil::detail {
+
+namespace {
+
+/// The classic locale; there is one for the whole process, and it is never given back.
+locale_t classic_locale() {
+  static const locale_t locale = newlocale(LC_ALL_MASK, "C", nullptr);
+  return locale;
+}
+
+constexpr std::uint64_t kPowersOfTen[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
+constexpr int kMaxDecimals = 8;
+
+/// A decimal such as "-12.340000" or "42", taken apart.
+struct ShortDecimal {
+  bool negative = false;
+  std::uint64_t digits = 0;
+  int decimals = 0;
+  const char* end = nullptr;
+};
+
+bool is_digit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+/// Whether `text` begins with digits and, behind a point, at most kMaxDecimals more, all of them together no
+/// larger than `limit`, and with nothing behind that would make another number of it (an exponent, or "0x").
+bool scan_short_decimal(const char* text, std::uint64_t limit, ShortDecimal& out) {
+  const char* p = text;
+  out.negative = *p == '-';
+  if (out.negative) ++p;
+  if (!is_digit(*p)) return false;
+  std::uint64_t digits = 0;
+  while (is_digit(*p) && digits <= limit) digits = digits * 10 + static_cast<std::uint64_t>(*p++ - '0');
+  const char* fraction = p;
+  if (*p == '.') {
+    fraction = ++p;
+    while (is_digit(*p) && digits <= limit) digits = digits * 10 + static_cast<std::uint64_t>(*p++ - '0');
+  }
+  const char behind = static_cast<char>(*p | 0x20);  // letters in lower case
+  if (digits > limit || p - fraction > kMaxDecimals || behind == 'e' || behind == 'x') return false;
+  out.digits = digits;
+  out.decimals = static_cast<int>(p - fraction);
+  out.end = p;
+  return true;
+}
+
+/// The value of a short decimal whose digits the type holds exactly.
+template <typename Real>
+Real value_of(const ShortDecimal& decimal) {
+  const Real value = static_cast<Real>(decimal.digits) / static_cast<Real>(kPowersOfTen[decimal.decimals]);
+  return decimal.negative ? -value : value;
+}
+
+template <typename Real>
+constexpr std::uint64_t kExactIntegers = std::uint64_t{1} << std::numeric_limits<Real>::digits;
+
+}  // namespace
+
+double read_double(const char* text, const char*& end) {
+  ShortDecimal decimal;
+  if (scan_short_decimal(text, kExactIntegers<double>, decimal)) {
+    end = decimal.end;
+    return value_of<double>(decimal);
+  }
+  char* stop = nullptr;
+  const double value = strtod_l(text, &stop, classic_locale());
+  end = stop;
+  return value;
+}
+
+float read_float(const char* text, const char*& end) {
+  ShortDecimal decimal;
+  if (scan_short_decimal(text, kExactIntegers<float>, decimal)) {
+    end = decimal.end;
+    return value_of<float>(decimal);
+  }
+  char* stop = nullptr;
+  const float value = strtof_l(text, &stop, classic_locale());
+  end = stop;
+  return value;
+}
+
+std::uint64_t sequence_number(double value) {
+  if (!(value > 0.0)) return 0;
+  // 2^64: the first double that does not fit.
+  if (value >= 18446744073709551616.0) return std::numeric_limits<std::uint64_t>::max();
+  return static_cast<std::uint64_t>(value);
+}
+
+}  // namespace tarsil::detail

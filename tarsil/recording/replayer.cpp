@@ -1,0 +1,112 @@
+// Loading and pacing; how a line is read stands in line_rules.h and frame_line.h.
+#include "tarsil/recording/replayer.h"
+
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "tarsil/core/clock.h"
+#include "tarsil/core/errors.h"
+#include "tarsil/recording/frame_line.h"
+#include "tarsil/recording/line_reader.h"
+#include "tarsil/recording/line_rules.h"
+
+namespace tarsil {
+
+namespace {
+
+/// A count that nothing has told yet is that of the first frame which has any.
+void set_if_unknown(std::int32_t& count, std::size_t length) {
+  if (count == 0) count = static_cast<std::int32_t>(length);
+}
+
+}  // namespace
+
+Replayer::Replayer(const std::filesystem::path& path, ReplayerConfig config) : config_(config) {
+  load(path);
+  if (frames_.empty()) throw std::runtime_error("Replayer: no frames found in: " + path.native());
+}
+
+void Replayer::load(const std::filesystem::path& path) {
+  detail::LineReader reader(path);
+  if (!reader.is_open()) throw std::runtime_error("Replayer: cannot open: " + path.native());
+  detail::FrameLineScanner scanner;
+  bool header_taken = false;
+  while (const auto line = reader.next()) {
+    Frame frame;
+    if (scanner.scan(*line, frame)) {
+      add_frame(std::move(frame));
+      continue;
+    }
+    const std::string type = detail::string_field(*line, "type");
+    if (type == "header" && !header_taken) {
+      take_header(*line);
+      header_taken = true;
+    } else if (type == "frame") {
+      add_frame(detail::frame_by_rules(*line));
+    } else if (type == "marker") {
+      markers_.push_back(detail::marker_by_rules(*line));
+    }
+  }
+}
+
+void Replayer::take_header(std::string_view line) {
+  info_.firmware = detail::string_field(line, "sdk");  // deliberate: nothing else of the kind is at hand
+  const auto metadata = detail::map_field(line, "metadata");
+  const auto with = [&metadata](const char* key, auto use) {
+    if (const auto found = metadata.find(key); found != metadata.end()) use(found->second);
+  };
+  with("serial", [this](const std::string& value) { info_.serial = value; });
+  with("side", [this](const std::string& value) { info_.side = value == "left" ? 0 : 1; });
+  with("n_dofs", [this](const std::string& value) { info_.n_dofs = std::stoi(value); });
+  with("n_pads", [this](const std::string& value) { info_.n_pads = std::stoi(value); });
+  with("n_imu", [this](const std::string& value) { info_.n_imu = std::stoi(value); });
+}
+
+void Replayer::add_frame(Frame frame) {
+  set_if_unknown(info_.n_dofs, frame.q.size());
+  set_if_unknown(info_.n_pads, frame.touch.size());
+  set_if_unknown(info_.n_imu, frame.imu.size());
+  frames_.push_back(std::move(frame));
+}
+
+Frame Replayer::read_frame() {
+  if (config_.loop && cursor_ == frames_.size()) cursor_ = 0;
+  if (cursor_ == frames_.size()) throw StreamUnderrunError("Replayer: end of recording");
+  const Frame& frame = frames_[cursor_++];
+  if (config_.speed > 0.0F) wait_until_due(frame);
+  return frame;
+}
+
+void Replayer::wait_until_due(const Frame& frame) {
+  const double now = detail::wall_clock_seconds();
+  if (!pacing_) {
+    pacing_ = true;
+    wall_start_ = now;
+    first_t_ = frame.t;
+    return;
+  }
+  const double target = (frame.t - first_t_) / static_cast<double>(config_.speed);
+  const double wait = target - (now - wall_start_);
+  // sleep_for goes on with what remains when a signal interrupts it.
+  if (wait > 0.0) std::this_thread::sleep_for(detail::nanoseconds_rounded_up(wait));
+}
+
+DeviceInfo Replayer::device_info() const {
+  return info_;
+}
+
+bool Replayer::is_open() const {
+  return open_ && (config_.loop || cursor_ < frames_.size());
+}
+
+void Replayer::close() {
+  open_ = false;
+}
+
+double Replayer::duration() const {
+  return frames_.size() < 2 ? 0.0 : frames_.back().t - frames_.front().t;
+}
+
+}  // namespace tarsil
