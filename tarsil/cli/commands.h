@@ -13,6 +13,9 @@ namespace tarsil::cli {
 /// tarsil devices: one line for each glove that answers.
 int devices_command(int count, const char* const* arguments);
 
+/// tarsil doctor: who the glove is, and whether frames come from it.
+int doctor_command(int count, const char* const* arguments);
+
 /// tarsil stream: live data, as a table that redraws itself or as rows.
 int stream_command(int count, const char* const* arguments);
 
@@ -21,6 +24,9 @@ int record_command(int count, const char* const* arguments);
 
 /// tarsil replay: a recording back from a file.
 int replay_command(int count, const char* const* arguments);
+
+/// tarsil health: a check of the joint sensors and, on request, a certificate.
+int health_command(int count, const char* const* arguments);
 
 /// What the arguments' "--meta key=value" pairs say. Of one key the last pair counts; without "=" the value
 /// is "1".

@@ -18,10 +18,8 @@ struct Command {
 };
 
 constexpr std::array kCommands{
-    Command{"devices", devices_command},
-    Command{"stream", stream_command},
-    Command{"record", record_command},
-    Command{"replay", replay_command},
+    Command{"devices", devices_command}, Command{"doctor", doctor_command}, Command{"stream", stream_command},
+    Command{"record", record_command},   Command{"replay", replay_command}, Command{"health", health_command},
 };
 
 int dispatch(int argc, const char* const* argv) {
