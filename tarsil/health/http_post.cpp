@@ -34,7 +34,8 @@ using HeaderList = std::unique_ptr<curl_slist, ListCleanup>;
 void append_header(HeaderList& list, const std::string& header) {
   curl_slist* const longer = curl_slist_append(list.get(), header.c_str());
   if (longer == nullptr) throw std::bad_alloc();
-  list.release();
+  // The list has a new head or the old one with a new tail: either way it is one list.
+  static_cast<void>(list.release());
   list.reset(longer);
 }
 
@@ -50,7 +51,7 @@ HeaderList make_headers(const std::string& api_key) {
 const char* find_bundle() {
   for (const char* path : kBundles) {
     if (std::FILE* file = std::fopen(path, "re"); file != nullptr) {
-      std::fclose(file);
+      static_cast<void>(std::fclose(file));
       return path;
     }
   }

@@ -32,9 +32,9 @@ void append_imu(std::string& out, const std::vector<ImuSample>& samples) {
   for (const ImuSample& sample : samples) {
     if (!first) out += ',';
     first = false;
-    out += "{\"acc\":";
+    out += R"({"acc":)";
     append_floats(out, sample.acc, kImuDecimals);
-    out += ",\"gyro\":";
+    out += R"(,"gyro":)";
     append_floats(out, sample.gyro, kImuDecimals);
     out += '}';
   }
@@ -43,26 +43,26 @@ void append_imu(std::string& out, const std::vector<ImuSample>& samples) {
 
 /// The members of a frame object, from "seq" on, and its end.
 void append_frame_members(std::string& out, const Frame& frame) {
-  out += "\"seq\":";
+  out += R"("seq":)";
   append_unsigned(out, frame.seq);
-  out += ",\"t\":";
+  out += R"(,"t":)";
   append_fixed(out, frame.t, kDecimals);
-  out += ",\"q\":";
+  out += R"(,"q":)";
   append_floats(out, frame.q, kDecimals);
-  out += ",\"touch\":";
+  out += R"(,"touch":)";
   append_floats(out, frame.touch, kDecimals);
-  out += ",\"imu\":";
+  out += R"(,"imu":)";
   append_imu(out, frame.imu);
-  out += frame.stale ? ",\"stale\":true}" : ",\"stale\":false}";
+  out += frame.stale ? R"(,"stale":true})" : R"(,"stale":false})";
 }
 
 /// The members of a marker object, from "t" on, and its end.
 void append_marker_members(std::string& out, const Marker& marker) {
-  out += "\"t\":";
+  out += R"("t":)";
   append_fixed(out, marker.t, kDecimals);
-  out += ",\"name\":";
+  out += R"(,"name":)";
   append_quoted(out, marker.name);
-  out += ",\"data\":";
+  out += R"(,"data":)";
   append_string_map(out, marker.data);
   out += '}';
 }
@@ -96,25 +96,25 @@ void append_csv_values(std::string& out, std::span<const float> values) {
 
 void append_tsl_header(std::string& out, std::string_view file_name, double t_created,
                        const StringMap& metadata) {
-  out += "{\"type\":\"header\",\"version\":1,\"sdk\":\"";
+  out += R"({"type":"header","version":1,"sdk":")";
   out += kVersion;
-  out += "\",\"format\":\"tsl\",\"file\":";
+  out += R"(","format":"tsl","file":)";
   append_quoted(out, file_name);
-  out += ",\"t_created\":";
+  out += R"(,"t_created":)";
   append_fixed(out, t_created, kDecimals);
-  out += ",\"metadata\":";
+  out += R"(,"metadata":)";
   append_string_map(out, metadata);
   out += "}\n";
 }
 
 void append_tsl_frame(std::string& out, const Frame& frame) {
-  out += "{\"type\":\"frame\",";
+  out += R"({"type":"frame",)";
   append_frame_members(out, frame);
   out += '\n';
 }
 
 void append_tsl_marker(std::string& out, const Marker& marker) {
-  out += "{\"type\":\"marker\",";
+  out += R"({"type":"marker",)";
   append_marker_members(out, marker);
   out += '\n';
 }

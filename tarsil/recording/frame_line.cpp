@@ -72,7 +72,7 @@ bool read_samples(Cursor& cursor, std::vector<ImuSample>& samples) {
   if (cursor.skip("]")) return true;
   do {
     ImuSample sample;
-    if (!(cursor.skip("{\"acc\":") && read_axes(cursor, sample.acc) && cursor.skip(",\"gyro\":") &&
+    if (!(cursor.skip(R"({"acc":)") && read_axes(cursor, sample.acc) && cursor.skip(R"(,"gyro":)") &&
           read_axes(cursor, sample.gyro) && cursor.skip("}"))) {
       return false;
     }
@@ -86,14 +86,14 @@ bool read_samples(Cursor& cursor, std::vector<ImuSample>& samples) {
 bool FrameLineScanner::scan(std::string_view line, Frame& frame) {
   Cursor cursor(line.data());
   double seq = 0.0;
-  if (!(cursor.skip("{\"type\":\"frame\",\"seq\":") && cursor.read(seq))) return false;
+  if (!(cursor.skip(R"({"type":"frame","seq":)") && cursor.read(seq))) return false;
   frame.seq = sequence_number(seq);
-  if (!(cursor.skip(",\"t\":") && cursor.read(frame.t))) return false;
-  if (!(cursor.skip(",\"q\":") && read_array(cursor, floats_))) return false;
+  if (!(cursor.skip(R"(,"t":)") && cursor.read(frame.t))) return false;
+  if (!(cursor.skip(R"(,"q":)") && read_array(cursor, floats_))) return false;
   frame.q.assign(floats_.begin(), floats_.end());
-  if (!(cursor.skip(",\"touch\":") && read_array(cursor, floats_))) return false;
+  if (!(cursor.skip(R"(,"touch":)") && read_array(cursor, floats_))) return false;
   frame.touch.assign(floats_.begin(), floats_.end());
-  if (!(cursor.skip(",\"imu\":") && read_samples(cursor, samples_))) return false;
+  if (!(cursor.skip(R"(,"imu":)") && read_samples(cursor, samples_))) return false;
   frame.imu.assign(samples_.begin(), samples_.end());
   return true;
 }

@@ -12,7 +12,7 @@ namespace tarsil::detail {
 
 namespace {
 
-constexpr std::size_t kBufferSize = 256 * 1024;
+constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
 
 int open_for_reading(const std::filesystem::path& path) {
   int descriptor = -1;

@@ -2,7 +2,7 @@
 // that one division rounds correctly (IEEE 754 division is); everything else is left to the C library.
 #include "tarsil/recording/number_reader.h"
 
-#include <clocale>
+#include <array>
 #include <cstdlib>
 #include <limits>
 
@@ -14,18 +14,19 @@ namespace {
 
 /// The classic locale; there is one for the whole process, and it is never given back.
 locale_t classic_locale() {
-  static const locale_t locale = newlocale(LC_ALL_MASK, "C", nullptr);
-  return locale;
+  static const locale_t kLocale = newlocale(LC_ALL_MASK, "C", nullptr);
+  return kLocale;
 }
 
-constexpr std::uint64_t kPowersOfTen[] = {1, 10, 100, 1000, 10000, 100000, 1000000, 10000000, 100000000};
-constexpr int kMaxDecimals = 8;
+constexpr std::array<std::uint64_t, 9> kPowersOfTen{1,      10,      100,      1000,     10000,
+                                                    100000, 1000000, 10000000, 100000000};
+constexpr std::ptrdiff_t kMaxDecimals = kPowersOfTen.size() - 1;
 
 /// A decimal such as "-12.340000" or "42", taken apart.
 struct ShortDecimal {
   bool negative = false;
   std::uint64_t digits = 0;
-  int decimals = 0;
+  std::size_t decimals = 0;
   const char* end = nullptr;
 };
 
@@ -50,7 +51,7 @@ bool scan_short_decimal(const char* text, std::uint64_t limit, ShortDecimal& out
   const char behind = static_cast<char>(*p | 0x20);  // letters in lower case
   if (digits > limit || p - fraction > kMaxDecimals || behind == 'e' || behind == 'x') return false;
   out.digits = digits;
-  out.decimals = static_cast<int>(p - fraction);
+  out.decimals = static_cast<std::size_t>(p - fraction);
   out.end = p;
   return true;
 }

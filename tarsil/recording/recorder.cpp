@@ -58,7 +58,7 @@ Recorder::Recorder(std::filesystem::path path, Format format, Metadata metadata)
   open(with_extension(std::move(path), format));
 }
 
-Recorder::Recorder(std::filesystem::path path, Metadata metadata)
+Recorder::Recorder(const std::filesystem::path& path, Metadata metadata)
     : format_(recording_format_for(path)), metadata_(std::move(metadata)) {
   open(path);
 }

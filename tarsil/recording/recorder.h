@@ -31,7 +31,7 @@ class Recorder {
   /// Throws std::runtime_error ("Recorder: cannot open: " and the path) if that fails.
   Recorder(std::filesystem::path path, Format format, Metadata metadata = {});
   /// The same in the format that the path's extension names; the path is taken as it is.
-  explicit Recorder(std::filesystem::path path, Metadata metadata = {});
+  explicit Recorder(const std::filesystem::path& path, Metadata metadata = {});
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;
   /// Finishes and closes the file. A json document that cannot be composed for lack of memory ends the

@@ -15,8 +15,7 @@ namespace {
 /// The check byte is the XOR of all bytes before it.
 bool check_byte_is_right(std::span<const std::uint8_t> frame) {
   const auto body = frame.first(frame.size() - 1);
-  return std::accumulate(body.begin(), body.end(), std::uint8_t{0}, std::bit_xor<std::uint8_t>()) ==
-         frame.back();
+  return std::accumulate(body.begin(), body.end(), std::uint8_t{0}, std::bit_xor<>()) == frame.back();
 }
 
 Identity parse(std::span<const std::uint8_t> frame) {

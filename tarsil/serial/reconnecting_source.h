@@ -45,6 +45,8 @@ class ReconnectingSource : public IDataSource {
  public:
   /// Makes the first inner source at once; that there is none yet is not an error.
   explicit ReconnectingSource(ReconnectingConfig config);
+  ReconnectingSource(const ReconnectingSource&) = delete;
+  ReconnectingSource& operator=(const ReconnectingSource&) = delete;
   ~ReconnectingSource() override;
 
   /// The next frame, or after read_timeout_s a repetition of the last one: its joints, pads, inertial units

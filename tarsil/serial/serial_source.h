@@ -33,6 +33,8 @@ class SerialSource : public IDataSource {
   /// Throws DeviceNotFoundError if no port is found or no frame arrives in time. A port that cannot be opened
   /// or set up is deliberately no error: the source is not open then.
   explicit SerialSource(SerialConfig config);
+  SerialSource(const SerialSource&) = delete;
+  SerialSource& operator=(const SerialSource&) = delete;
   ~SerialSource() override;
 
   /// The oldest frame in the queue; waits for one without a time limit.
