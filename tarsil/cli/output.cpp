@@ -1,6 +1,7 @@
 // Nothing is buffered here, so nothing is lost or late when a command waits, fails or is killed.
 #include "tarsil/cli/output.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -26,6 +27,15 @@ int write_all(int descriptor, std::string_view text) {
 }
 
 }  // namespace
+
+void occupy_standard_streams() {
+  // open() gives the lowest free number: the one just found closed.
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(descriptor, F_GETFD) >= 0) continue;
+    const int wrong_way = descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY;
+    if (::open("/dev/null", wrong_way) < 0) return;
+  }
+}
 
 void write_output(std::string_view text) {
   if (const int error = write_all(STDOUT_FILENO, text); error != 0) {

@@ -5,6 +5,11 @@
 
 namespace tarsil::cli {
 
+/// Opens what the shell has closed of the standard streams, in a way that reading or writing them fails.
+/// Otherwise the next file or port that the tool opens would take their place, and texts would end up in a
+/// recording or in a glove. To be called before anything is opened.
+void occupy_standard_streams();
+
 /// Writes `text` to standard output before it returns, in one go where the other end takes it in one go.
 /// Throws std::runtime_error with a finished message if it cannot be written.
 void write_output(std::string_view text);

@@ -25,11 +25,11 @@ struct Frame {
   double t = 0.0;
   /// Joint angles in radians, finger-major: entry finger * 4 + joint. Fingers: thumb, index, middle, ring,
   /// pinky; joints: MCP abduction, MCP flexion, PIP, DIP.
-  std::vector<float> q;
+  std::vector<float> q = {};
   /// Normalised pressure, one value per finger pad; a glove's finger owns six entries from finger * 6 on.
-  std::vector<float> touch;
+  std::vector<float> touch = {};
   /// One entry per inertial unit.
-  std::vector<ImuSample> imu;
+  std::vector<ImuSample> imu = {};
   /// True for a repetition of the last known values while the glove is silent.
   bool stale = false;
   /// Consecutive number of the sample; a gap means that samples were lost on the way. A stale frame repeats

@@ -28,14 +28,14 @@ struct JointHealth {
 /// The result for a whole glove.
 struct HealthReport {
   /// One entry for each joint, by its index.
-  std::vector<JointHealth> joints;
+  std::vector<JointHealth> joints = {};
   /// Mean of the joints' scores; 1 without joints.
   float overall_score = 0.0F;
   std::int32_t frames_analyzed = 0;
   /// Time of the analysis, seconds since the Unix epoch.
   double timestamp = 0.0;
-  std::string device_serial;
-  std::string device_firmware;
+  std::string device_serial = {};
+  std::string device_firmware = {};
 };
 
 /// Analyses the joint angles of `frames`, in arrival order, for the joints that `info` announces. A frame

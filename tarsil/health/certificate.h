@@ -11,27 +11,26 @@ namespace tarsil {
 struct HttpResponse {
   /// Status code; 0 if there was no answer.
   std::int64_t status = 0;
-  std::string body;
+  std::string body = {};
 };
 
 /// What the service issues for a report.
 struct Certificate {
-  std::string certificate_id;
-  std::string certificate_url;
-  std::string issued_at;
+  std::string certificate_id = {};
+  std::string certificate_url = {};
+  std::string issued_at = {};
 };
 
 /// Posts a JSON document, which ends at its first zero byte if it has one. Without an API key no key header
 /// is sent. Takes at most 10 seconds; checks certificates; follows no redirection; speaks HTTP and HTTPS
 /// only. Throws std::runtime_error ("Network error: " and the reason) if no whole answer is received. Any
 /// thread may call it.
-[[nodiscard]] HttpResponse http_post(const std::string& url, const std::string& body,
-                                     const std::string& api_key);
+HttpResponse http_post(const std::string& url, const std::string& body, const std::string& api_key);
 
 /// Posts a report document and reads the certificate from the answer.
 /// Throws std::runtime_error with a message for the user for every other answer than a certificate.
-[[nodiscard]] Certificate upload_health_report(const std::string& url, const std::string& document,
-                                               const std::string& api_key);
+Certificate upload_health_report(const std::string& url, const std::string& document,
+                                 const std::string& api_key);
 
 /// The text that follows `key` in `text`: between the next two quotes behind the quoted key, whatever stands
 /// before them, with "\/" read as "/". Empty if there is none. Deliberately no parser.

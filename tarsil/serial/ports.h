@@ -13,6 +13,6 @@ namespace tarsil {
 /// The first port on which a glove announces itself, after listening to each for up to one second; a port
 /// that is the only one is taken without an answer. Nothing is written to any port. Throws
 /// DeviceNotFoundError if there is no port, or none of several answers.
-[[nodiscard]] std::string auto_detect_port();
+std::string auto_detect_port();
 
 }  // namespace tarsil

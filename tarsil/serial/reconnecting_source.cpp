@@ -115,14 +115,15 @@ void ReconnectingSource::stop() {
 }
 
 /// May be called by several threads at once, and after reconnection has given up. The inner source is closed
-/// before the pump is joined, so that a read that hangs in it does not hold the pump; once running_ is false
-/// the pump installs no other.
+/// before the pump is joined, so that a read that hangs in it does not hold the pump; and again after that,
+/// in case the pump was just making another.
 void ReconnectingSource::stop_and_join() {
   stop();
   const std::lock_guard lock(join_mutex_);
   if (watchdog_.joinable()) watchdog_.join();
   drop_inner();
   if (pump_.joinable()) pump_.join();
+  drop_inner();
 }
 
 /// The inner source is closed before anybody makes another: a port has to be free before it is looked for
@@ -194,7 +195,6 @@ bool ReconnectingSource::try_to_connect() {
     if (!source || !source->is_open()) return false;
     DeviceInfo info = source->device_info();
     const std::lock_guard lock(mutex_);
-    if (!running_) return true;  // closed meanwhile: the new source goes as it came
     info_ = std::move(info);
     inner_ = std::move(source);
     return true;

@@ -2,6 +2,7 @@
 #include "tarsil/serial/serial_port.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -78,11 +79,20 @@ SerialPort::~SerialPort() {
   if (descriptor_ >= 0) ::close(descriptor_);
 }
 
+/// Whether the cable has been pulled.
+bool SerialPort::hung_up() const {
+  pollfd polled{descriptor_, 0, 0};
+  return ::poll(&polled, 1, 0) == 1 && (polled.revents & POLLHUP) != 0;
+}
+
 std::optional<std::size_t> SerialPort::read(std::span<std::uint8_t> space) {
   ssize_t count = -1;
   do {
     count = ::read(descriptor_, space.data(), space.size());
   } while (count < 0 && errno == EINTR);
+  // A port that hangs up while it is read from may say so once; from then on it gives 0 like any that has
+  // hung up.
+  if (count < 0 && errno == EIO && hung_up()) return 0;
   if (count < 0) return std::nullopt;
   return static_cast<std::size_t>(count);
 }

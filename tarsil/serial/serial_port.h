@@ -38,6 +38,8 @@ class SerialPort {
   void write(std::uint8_t byte);
 
  private:
+  [[nodiscard]] bool hung_up() const;
+
   explicit SerialPort(int descriptor) : descriptor_(descriptor) {}
 
   int descriptor_;
