@@ -57,8 +57,7 @@ std::vector<Frame> collect(IDataSource& source, std::int32_t limit) {
 
 /// Asks on the terminal. No answer is a "no", and so is Ctrl+C.
 bool upload_is_wanted() {
-  write_output("\nUpload for health certificate? [y/N] ");
-  const std::optional<std::string> answer = read_line();
+  const std::optional<std::string> answer = ask("\nUpload for health certificate? [y/N] ");
   return answer && (answer->starts_with('y') || answer->starts_with('Y'));
 }
 

@@ -1,4 +1,5 @@
-// The stop signals are held back but while ppoll waits, so that none can slip in between looking and waiting.
+// From before the question on, the stop signals are held back but while ppoll waits: none can slip in between
+// asking and waiting, and get lost.
 #include "tarsil/cli/input.h"
 
 #include <poll.h>
@@ -7,6 +8,8 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+
+#include "tarsil/cli/output.h"
 
 namespace tarsil::cli {
 
@@ -34,8 +37,9 @@ class StopSignalsHeld {
 
 }  // namespace
 
-std::optional<std::string> read_line() {
+std::optional<std::string> ask(std::string_view question) {
   const StopSignalsHeld held;
+  write_output(question);
   std::string line;
   while (true) {
     pollfd input{STDIN_FILENO, POLLIN, 0};
