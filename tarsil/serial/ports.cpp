@@ -31,11 +31,14 @@ bool is_port_name(std::string_view name) {
                      [name](std::string_view prefix) { return name.starts_with(prefix); });
 }
 
-/// Whether the first byte of an identity frame arrives within the time, from `begin` on.
-bool hears_announcement(SerialPort& port, SteadyTime begin) {
+/// Whether the first byte of an identity frame arrives on `path` while listening.
+bool glove_announces_itself_on(const std::string& path) {
+  const auto begin = SteadyClock::now();
+  auto port = SerialPort::open(path, kProbeBaud);
+  if (!port) return false;
   for (auto now = begin; now - begin <= kProbeTime; now = SteadyClock::now()) {
     std::array<std::uint8_t, 1> byte{};
-    const auto count = port.read(byte);
+    const auto count = port->read(byte);
     if (count && *count == 1) {
       if (byte[0] == wire::kIdentityMarker[0]) return true;
       continue;
@@ -44,15 +47,6 @@ bool hears_announcement(SerialPort& port, SteadyTime begin) {
     std::this_thread::sleep_until(now + SerialPort::kReadTimeout);
   }
   return false;
-}
-
-bool glove_announces_itself_on(const std::string& path) {
-  const auto begin = SteadyClock::now();
-  auto port = SerialPort::open(path, kProbeBaud);
-  if (!port) return false;
-  const bool heard = hears_announcement(*port, begin);
-  port->give_up_exclusive_use();  // the port is about to be opened again, in earnest
-  return heard;
 }
 
 }  // namespace

@@ -97,10 +97,6 @@ std::optional<std::size_t> SerialPort::read(std::span<std::uint8_t> space) {
   return static_cast<std::size_t>(count);
 }
 
-void SerialPort::give_up_exclusive_use() {
-  ioctl(descriptor_, TIOCNXCL);
-}
-
 void SerialPort::write(std::uint8_t byte) {
   while (::write(descriptor_, &byte, 1) < 0 && errno == EINTR) {
   }

@@ -34,9 +34,7 @@ class SerialPort {
   /// bytes it was, 0 for none, and nothing if reading failed. A port that was unplugged gives 0 at once, for
   /// ever: the caller waits out the rest of kReadTimeout then.
   [[nodiscard]] std::optional<std::size_t> read(std::span<std::uint8_t> space);
-  /// Lets others open the port again, already now. A real port does that by itself when it is closed; a
-  /// pseudo-terminal does not, and would lock out the next to open it.
-  void give_up_exclusive_use();
+
   /// Writes one byte. That a glove has got it shows in its answer alone, so there is nothing to return.
   void write(std::uint8_t byte);
 

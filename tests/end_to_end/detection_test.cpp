@@ -2,9 +2,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "tests/end_to_end/device_directory.h"
 #include "tests/end_to_end/recording_text.h"
@@ -21,6 +23,22 @@ using virtual_glove::VirtualGlove;
 
 constexpr ExitStatus kSuccess{0, 0};
 constexpr ExitStatus kFailure{1, 0};
+
+/// A port on which nobody answers. As after the closing of a real port, exclusive use does not outlive the
+/// host.
+class SilentPort {
+ public:
+  [[nodiscard]] std::string path() const { return pty_.path(); }
+
+ private:
+  virtual_glove::Pty pty_;
+  std::jthread usher_{[this](const std::stop_token& stop) {
+    while (!stop.stop_requested()) {
+      pty_.end_exclusive_use();
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  }};
+};
 
 class Detection : public testing::Test {
  protected:
@@ -81,7 +99,7 @@ TEST_F(Detection, fails_with_two_silent_ports) {
 }
 
 TEST_F(Detection, names_the_only_port_when_it_stays_silent) {
-  const virtual_glove::Pty silent;
+  const SilentPort silent;
   devices_.link("ttyACM0", silent.path());
   const Finished finished = record();
   EXPECT_EQ(finished.status, kFailure);

@@ -64,7 +64,7 @@ class RecordFileLimit : public testing::Test {
     options.in_child = [] {
       const rlimit limit{kLimit, kLimit};
       setrlimit(RLIMIT_FSIZE, &limit);
-      signal(SIGXFSZ, SIG_IGN);
+      signal(SIGXFSZ, SIG_DFL);
     };
     return run(options);
   }

@@ -161,12 +161,12 @@ TEST(Firmware, announces_itself_every_200_ms_while_a_host_listens_until_started)
   GloveConfig config = at_100_hz();
   config.announce = true;
   Bench bench(config);
-  EXPECT_EQ(bench.due_in(), milliseconds(0));
+  EXPECT_EQ(bench.due_in(), milliseconds(150));
   EXPECT_EQ(bench.run(milliseconds(999)).size(), 5 * kIdentity.size());
   bench.close();
   EXPECT_EQ(bench.run(seconds(5)), Bytes{});
   bench.open();
-  EXPECT_EQ(bench.run(milliseconds(1)), kIdentity);
+  EXPECT_EQ(bench.run(milliseconds(151)), kIdentity);
   bench.command(0xA5);
   EXPECT_EQ(packets_in(bench.run(milliseconds(995))).size(), 100U);
   EXPECT_EQ(bench.account().identities, 6U);

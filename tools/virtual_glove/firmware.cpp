@@ -12,6 +12,8 @@ namespace tarsil::virtual_glove {
 namespace {
 
 constexpr auto kAnnouncementPeriod = std::chrono::milliseconds(200);
+// Only when the host has had time to set up the line.
+constexpr std::chrono::milliseconds kFirstAnnouncement{150};
 constexpr auto kLongestLag = std::chrono::seconds(1);
 
 // Marks the device as simulated. The bytes avoid 0x01, so that an identity frame that a host takes for
@@ -56,7 +58,7 @@ void Firmware::power_on() {
 }
 
 void Firmware::host_opened(TimePoint now) {
-  next_announcement_ = now;
+  next_announcement_ = now + kFirstAnnouncement;
 }
 
 void Firmware::host_closed() {

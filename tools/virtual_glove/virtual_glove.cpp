@@ -19,6 +19,7 @@ namespace {
 // The kernel's wake-up for room on a full line can come before the room does, and then only once; a short
 // look now and then makes up for it.
 constexpr auto kFullLineCheck = std::chrono::milliseconds(20);
+constexpr std::chrono::milliseconds kListenerCheck{100};
 constexpr auto kLongestWait = std::chrono::hours(1);
 
 Descriptor make_event() {
@@ -227,6 +228,17 @@ void VirtualGlove::attend_hosts() {
   obey_host_events(now);
   if (live_.hosts_open == 0) return;
   for (const std::uint8_t byte : commands) firmware_.command(byte, now);
+  if (!commands.empty()) listener_check_at_.reset();
+  free_from_listeners(now);
+}
+
+// A host that looks for gloves opens the line, only listens, and opens it anew a moment after it has closed
+// it: sooner than its closing could be noticed here. So a host that says nothing is not left the exclusive
+// use.
+void VirtualGlove::free_from_listeners(TimePoint now) {
+  if (!listener_check_at_ || now < *listener_check_at_) return;
+  pty_->end_exclusive_use();
+  listener_check_at_ = now + kListenerCheck;
 }
 
 void VirtualGlove::obey_host_events(TimePoint now) {
@@ -236,6 +248,7 @@ void VirtualGlove::obey_host_events(TimePoint now) {
       ++live_.hosts;
       ++live_.hosts_open;
       firmware_.host_opened(now);
+      if (live_.hosts_open == 1) listener_check_at_ = now + kListenerCheck;
     } else if (live_.hosts_open > 0 && --live_.hosts_open == 0) {
       left = true;
       host_closed();
@@ -250,6 +263,7 @@ void VirtualGlove::host_closed() {
   if (transmitter_.busy() && transmitter_.transmission().is_packet) ++live_.abandoned;
   transmitter_.drop();
   firmware_.host_closed();
+  listener_check_at_.reset();
 }
 
 void VirtualGlove::send(TimePoint now) {
@@ -271,6 +285,7 @@ TimePoint VirtualGlove::next_wake() const {
   if (replug_ && firmware_.streaming_since() && !live_.exhausted) {
     wake = std::min(wake, *firmware_.streaming_since() + clock_duration(replug_->seconds));
   }
+  if (listener_check_at_) wake = std::min(wake, *listener_check_at_);
   if (!transmitter_.busy()) return std::min(wake, firmware_.next_due().value_or(wake));
   if (transmitter_.needs_room()) return std::min(wake, Clock::now() + kFullLineCheck);
   return std::min(wake, transmitter_.paused_until().value_or(wake));

@@ -91,6 +91,7 @@ class VirtualGlove {
   void attend_hosts();
   void obey_host_events(TimePoint now);
   void host_closed();
+  void free_from_listeners(TimePoint now);
   void send(TimePoint now);
   void wait();
   TimePoint next_wake() const;
@@ -111,6 +112,7 @@ class VirtualGlove {
   Transmitter transmitter_;
   std::unique_ptr<Pty> pty_;
   std::optional<TimePoint> return_at_;
+  std::optional<TimePoint> listener_check_at_;
 
   mutable std::mutex mutex_;
   std::condition_variable changed_;
