@@ -8,7 +8,7 @@
 int main(int argc, char** argv) {
   tarsil::cli::occupy_standard_streams();
   // A file that may not grow any further is a failed write with a message, not the end of the process.
-  std::signal(SIGXFSZ, SIG_IGN);
+  static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
   tarsil::cli::install_stop_signals();
   return tarsil::cli::run_tool(argc, argv);
 }
