@@ -4,47 +4,31 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 
+#include "tarsil/core/file_io.h"
+
 namespace tarsil::cli {
-
-namespace {
-
-/// 0, or the error number of the write that failed.
-int write_all(int descriptor, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t written = ::write(descriptor, text.data(), text.size());
-    if (written >= 0) {
-      text.remove_prefix(static_cast<std::size_t>(written));
-    } else if (errno != EINTR) {
-      return errno;
-    }
-  }
-  return 0;
-}
-
-}  // namespace
 
 void occupy_standard_streams() {
   // open() gives the lowest free number: the one just found closed.
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(descriptor, F_GETFD) >= 0) continue;
     const int wrong_way = descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY;
-    if (::open("/dev/null", wrong_way) < 0) return;
+    if (::open("/dev/null", wrong_way) < 0) return;  // deliberately inherited, like what it stands for
   }
 }
 
 void write_output(std::string_view text) {
-  if (const int error = write_all(STDOUT_FILENO, text); error != 0) {
+  if (const int error = detail::write_all(STDOUT_FILENO, text); error != 0) {
     throw std::runtime_error("cannot write to standard output: " + std::generic_category().message(error));
   }
 }
 
 void write_error(std::string_view text) {
-  write_all(STDERR_FILENO, text);
+  static_cast<void>(detail::write_all(STDERR_FILENO, text));
 }
 
 }  // namespace tarsil::cli

@@ -2,11 +2,11 @@
 #include "tarsil/recording/line_reader.h"
 
 #include <fcntl.h>
-#include <sys/types.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
+
+#include "tarsil/core/file_io.h"
 
 namespace tarsil::detail {
 
@@ -14,18 +14,10 @@ namespace {
 
 constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
 
-int open_for_reading(const std::filesystem::path& path) {
-  int descriptor = -1;
-  do {
-    descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  } while (descriptor < 0 && errno == EINTR);
-  return descriptor;
-}
-
 }  // namespace
 
 LineReader::LineReader(const std::filesystem::path& path)
-    : descriptor_(open_for_reading(path)), buffer_(is_open() ? kBufferSize : 0) {}
+    : descriptor_(open_file(path.c_str(), O_RDONLY)), buffer_(is_open() ? kBufferSize : 0) {}
 
 LineReader::~LineReader() {
   if (is_open()) ::close(descriptor_);
@@ -60,10 +52,7 @@ bool LineReader::fill() {
     begin_ = 0;
   }
   if (end_ + 1 >= buffer_.size()) buffer_.resize(2 * buffer_.size());
-  ssize_t count = -1;
-  do {
-    count = ::read(descriptor_, buffer_.data() + end_, buffer_.size() - 1 - end_);
-  } while (count < 0 && errno == EINTR);
+  const ssize_t count = read_some(descriptor_, buffer_.data() + end_, buffer_.size() - 1 - end_);
   if (count <= 0) return false;
   end_ += static_cast<std::size_t>(count);
   return true;

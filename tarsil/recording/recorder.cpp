@@ -4,11 +4,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <stdexcept>
 #include <utility>
 
 #include "tarsil/core/clock.h"
+#include "tarsil/core/file_io.h"
 #include "tarsil/recording/format.h"
 
 namespace tarsil {
@@ -18,19 +18,6 @@ namespace {
 std::filesystem::path with_extension(std::filesystem::path path, Recorder::Format format) {
   if (!path.has_extension()) path += default_extension(format);
   return path;
-}
-
-/// Everything, however many calls that takes; normally one.
-bool write_all(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-    if (written >= 0) {
-      bytes.remove_prefix(static_cast<std::size_t>(written));
-    } else if (errno != EINTR) {
-      return false;
-    }
-  }
-  return true;
 }
 
 }  // namespace
@@ -67,9 +54,7 @@ void Recorder::open(const std::filesystem::path& path) {
   if (format_ == Format::tsl) {
     detail::append_tsl_header(line_, path.filename().native(), detail::wall_clock_seconds(), metadata_);
   }
-  do {
-    descriptor_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  } while (descriptor_ < 0 && errno == EINTR);
+  descriptor_ = detail::open_file(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
   if (descriptor_ < 0) throw std::runtime_error("Recorder: cannot open: " + path.native());
   write_line();
 }
@@ -86,7 +71,7 @@ Recorder::~Recorder() {
 /// Writes what has been composed. After a failure nothing more is written: a gap would pass for a whole
 /// recording.
 void Recorder::write_line() {
-  failed_ = failed_ || !write_all(descriptor_, line_);
+  failed_ = failed_ || detail::write_all(descriptor_, line_) != 0;
 }
 
 void Recorder::write_frame(const Frame& frame) {

@@ -1,4 +1,4 @@
-// System calls of a serial line. A call that a signal cuts short is made again.
+// System calls of a serial line.
 #include "tarsil/serial/serial_port.h"
 
 #include <fcntl.h>
@@ -9,6 +9,8 @@
 
 #include <cerrno>
 #include <utility>
+
+#include "tarsil/core/file_io.h"
 
 namespace tarsil::detail {
 
@@ -62,10 +64,7 @@ bool set_up_line(int descriptor, speed_t speed) {
 }  // namespace
 
 std::optional<SerialPort> SerialPort::open(const std::string& path, std::int32_t baud) {
-  int descriptor = -1;
-  do {
-    descriptor = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  } while (descriptor < 0 && errno == EINTR);
+  const int descriptor = open_file(path.c_str(), O_RDWR | O_NOCTTY);
   if (descriptor < 0) return std::nullopt;
   SerialPort port(descriptor);
   ioctl(descriptor, TIOCEXCL);  // asked for, not insisted on
@@ -86,10 +85,7 @@ bool SerialPort::hung_up() const {
 }
 
 std::optional<std::size_t> SerialPort::read(std::span<std::uint8_t> space) {
-  ssize_t count = -1;
-  do {
-    count = ::read(descriptor_, space.data(), space.size());
-  } while (count < 0 && errno == EINTR);
+  const ssize_t count = read_some(descriptor_, space.data(), space.size());
   // A port that hangs up while it is read from may say so once; from then on it gives 0 like any that has
   // hung up.
   if (count < 0 && errno == EIO && hung_up()) return 0;
@@ -98,8 +94,7 @@ std::optional<std::size_t> SerialPort::read(std::span<std::uint8_t> space) {
 }
 
 void SerialPort::write(std::uint8_t byte) {
-  while (::write(descriptor_, &byte, 1) < 0 && errno == EINTR) {
-  }
+  static_cast<void>(write_all(descriptor_, {reinterpret_cast<const char*>(&byte), 1}));
 }
 
 }  // namespace tarsil::detail
