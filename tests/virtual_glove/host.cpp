@@ -11,6 +11,8 @@
 #include <cerrno>
 #include <stdexcept>
 
+#include "tests/support/wait.h"
+
 namespace tarsil::virtual_glove {
 namespace {
 
@@ -36,9 +38,19 @@ std::uint16_t u16_at(const Bytes& bytes, std::size_t at) {
   return static_cast<std::uint16_t>(bytes[at] | (bytes[at + 1] << 8));
 }
 
+// Whoever is not root is kept out of a line until the glove has noticed that the last host left it.
+int open_when_free(const std::string& port) {
+  int descriptor = -1;
+  test::eventually([&] {
+    descriptor = ::open(port.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    return descriptor >= 0 || errno != EBUSY;
+  });
+  return descriptor;
+}
+
 }  // namespace
 
-Host::Host(const std::string& port) : fd_(::open(port.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+Host::Host(const std::string& port) : fd_(open_when_free(port)) {
   termios settings{};
   if (fd_.get() < 0 || ::ioctl(fd_.get(), TIOCEXCL) != 0 || ::tcgetattr(fd_.get(), &settings) != 0) {
     throw std::runtime_error("cannot open " + port);
