@@ -1,11 +1,15 @@
 // The byte layout of recordings. A value that is no number appears as printf renders it, in JSON as well.
 #include "tarsil/recording/format.h"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
+#include <cstring>
 #include <span>
 
 #include "tarsil/core/number_text.h"
 #include "tarsil/core/version.h"
+#include "tarsil/recording/decimal_text.h"
 
 namespace tarsil::detail {
 
@@ -15,30 +19,71 @@ constexpr int kDecimals = 6;
 /// Inertial values have fewer decimals in tsl and json than in csv. Deliberate: readers rely on both.
 constexpr int kImuDecimals = 3;
 
-void append_floats(std::string& out, std::span<const float> values, int decimals) {
-  out += '[';
-  bool first = true;
-  for (const float value : values) {
-    if (!first) out += ',';
-    first = false;
-    append_fixed(out, value, decimals);
+/// The values with a comma behind each.
+void append_values(std::string& out, std::span<const float> values) {
+  using Batch = DecimalBatch<kDecimals>;
+  std::array<char, Batch::kCapacity * Batch::kTextSize> text;
+  while (!values.empty()) {
+    const std::size_t count = std::min(values.size(), Batch::kCapacity);
+    out.append(text.data(), Batch(values.first(count)).write(text.data(), 0, count));
+    values = values.subspan(count);
   }
-  out += ']';
 }
 
-void append_imu(std::string& out, const std::vector<ImuSample>& samples) {
-  out += '[';
-  bool first = true;
-  for (const ImuSample& sample : samples) {
-    if (!first) out += ',';
-    first = false;
-    out += R"({"acc":)";
-    append_floats(out, sample.acc, kImuDecimals);
-    out += R"(,"gyro":)";
-    append_floats(out, sample.gyro, kImuDecimals);
-    out += '}';
+/// Ends a list whose elements have a comma behind each.
+void end_list(std::string& out) {
+  if (out.back() == ',') {
+    out.back() = ']';
+  } else {
+    out += ']';
   }
-  out += ']';
+}
+
+void append_floats(std::string& out, std::span<const float> values) {
+  out += '[';
+  append_values(out, values);
+  end_list(out);
+}
+
+char* write_text(char* out, std::string_view text) {
+  std::memcpy(out, text.data(), text.size());
+  return out + text.size();
+}
+
+constexpr std::size_t kAxes = 3;
+constexpr std::size_t kSampleValues = 2 * kAxes;
+/// As many samples as fill a batch.
+constexpr std::size_t kSampleBatch = DecimalBatch<kImuDecimals>::kCapacity / kSampleValues;
+
+void append_sample_batch(std::string& out, std::span<const ImuSample> samples) {
+  std::array<float, kSampleBatch * kSampleValues> values;
+  std::size_t count = 0;
+  for (const ImuSample& sample : samples) {
+    for (const float axis : sample.acc) values[count++] = axis;
+    for (const float axis : sample.gyro) values[count++] = axis;
+  }
+  using Batch = DecimalBatch<kImuDecimals>;
+  const Batch batch({values.data(), count});
+  std::array<char, kSampleBatch*(32 + kSampleValues * Batch::kTextSize)> text;
+  char* end = text.data();
+  for (std::size_t i = 0; i < count; i += kSampleValues) {
+    end = write_text(end, R"({"acc":[)");
+    end = batch.write(end, i, kAxes) - 1;
+    end = write_text(end, R"(],"gyro":[)");
+    end = batch.write(end, i + kAxes, kAxes) - 1;
+    end = write_text(end, "]},");
+  }
+  out.append(text.data(), end);
+}
+
+void append_imu(std::string& out, std::span<const ImuSample> samples) {
+  out += '[';
+  while (!samples.empty()) {
+    const std::size_t count = std::min(samples.size(), kSampleBatch);
+    append_sample_batch(out, samples.first(count));
+    samples = samples.subspan(count);
+  }
+  end_list(out);
 }
 
 /// The members of a frame object, from "seq" on, and its end.
@@ -46,11 +91,11 @@ void append_frame_members(std::string& out, const Frame& frame) {
   out += R"("seq":)";
   append_unsigned(out, frame.seq);
   out += R"(,"t":)";
-  append_fixed(out, frame.t, kDecimals);
+  append_time(out, frame.t);
   out += R"(,"q":)";
-  append_floats(out, frame.q, kDecimals);
+  append_floats(out, frame.q);
   out += R"(,"touch":)";
-  append_floats(out, frame.touch, kDecimals);
+  append_floats(out, frame.touch);
   out += R"(,"imu":)";
   append_imu(out, frame.imu);
   out += frame.stale ? R"(,"stale":true})" : R"(,"stale":false})";
@@ -59,7 +104,7 @@ void append_frame_members(std::string& out, const Frame& frame) {
 /// The members of a marker object, from "t" on, and its end.
 void append_marker_members(std::string& out, const Marker& marker) {
   out += R"("t":)";
-  append_fixed(out, marker.t, kDecimals);
+  append_time(out, marker.t);
   out += R"(,"name":)";
   append_quoted(out, marker.name);
   out += R"(,"data":)";
@@ -85,13 +130,6 @@ void append_csv_columns(std::string& out, std::string_view prefix, std::size_t c
   }
 }
 
-void append_csv_values(std::string& out, std::span<const float> values) {
-  for (const float value : values) {
-    out += ',';
-    append_fixed(out, value, kDecimals);
-  }
-}
-
 }  // namespace
 
 void append_tsl_header(std::string& out, std::string_view file_name, double t_created,
@@ -101,7 +139,7 @@ void append_tsl_header(std::string& out, std::string_view file_name, double t_cr
   out += R"(","format":"tsl","file":)";
   append_quoted(out, file_name);
   out += R"(,"t_created":)";
-  append_fixed(out, t_created, kDecimals);
+  append_time(out, t_created);
   out += R"(,"metadata":)";
   append_string_map(out, metadata);
   out += "}\n";
@@ -136,20 +174,20 @@ void append_csv_heading(std::string& out, const Frame& frame) {
 void append_csv_row(std::string& out, const Frame& frame) {
   append_unsigned(out, frame.seq);
   out += ',';
-  append_fixed(out, frame.t, kDecimals);
-  out += frame.stale ? ",1" : ",0";
-  append_csv_values(out, frame.q);
-  append_csv_values(out, frame.touch);
+  append_time(out, frame.t);
+  out += frame.stale ? ",1," : ",0,";
+  append_values(out, frame.q);
+  append_values(out, frame.touch);
   for (const ImuSample& sample : frame.imu) {
-    append_csv_values(out, sample.acc);
-    append_csv_values(out, sample.gyro);
+    append_values(out, sample.acc);
+    append_values(out, sample.gyro);
   }
-  out += '\n';
+  out.back() = '\n';  // for the last comma
 }
 
 void append_csv_marker(std::string& out, const Marker& marker) {
   out += "# marker t=";
-  append_fixed(out, marker.t, kDecimals);
+  append_time(out, marker.t);
   out += " name=";
   out += marker.name;
   out += '\n';
@@ -160,7 +198,7 @@ void append_json_document(std::string& out, double t_created, const StringMap& m
   out += "{\n  \"version\": 1,\n  \"sdk\": \"";
   out += kVersion;
   out += "\",\n  \"format\": \"json\",\n  \"t_created\": ";
-  append_fixed(out, t_created, kDecimals);
+  append_time(out, t_created);
   out += ",\n  \"metadata\": ";
   append_string_map(out, metadata);
   out += ",\n  \"frame_count\": ";

@@ -1,10 +1,12 @@
 // Reading the frame lines that the recorder writes, as fast as they are many.
 #pragma once
 
+#include <array>
 #include <string_view>
 #include <vector>
 
 #include "tarsil/core/frame.h"
+#include "tarsil/recording/usual_numbers.h"
 
 namespace tarsil::detail {
 
@@ -18,6 +20,16 @@ class FrameLineScanner {
   [[nodiscard]] bool scan(std::string_view line, Frame& frame);
 
  private:
+  class Cursor;
+
+  bool scan_array(Cursor& cursor, std::vector<float>& values);
+  bool scan_usual_array(Cursor& cursor, std::vector<float>& values);
+  bool scan_samples(Cursor& cursor, std::vector<ImuSample>& samples);
+  bool scan_usual_samples(Cursor& cursor, std::vector<ImuSample>& samples);
+
+  UsualNumbers<6> channels_;
+  UsualNumbers<3> axes_;
+  std::array<float, UsualNumbers<6>::kCapacity> converted_;
   std::vector<float> floats_;
   std::vector<ImuSample> samples_;
 };

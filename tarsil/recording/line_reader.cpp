@@ -2,8 +2,10 @@
 #include "tarsil/recording/line_reader.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "tarsil/core/file_io.h"
@@ -17,7 +19,12 @@ constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
 }  // namespace
 
 LineReader::LineReader(const std::filesystem::path& path)
-    : descriptor_(open_file(path.c_str(), O_RDONLY)), buffer_(is_open() ? kBufferSize : 0) {}
+    : descriptor_(open_file(path.c_str(), O_RDONLY)), buffer_(is_open() ? kBufferSize : 0) {
+  struct stat status {};
+  if (is_open() && ::fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode)) {
+    file_size_ = static_cast<std::uint64_t>(status.st_size);
+  }
+}
 
 LineReader::~LineReader() {
   if (is_open()) ::close(descriptor_);
@@ -43,10 +50,17 @@ std::optional<std::string_view> LineReader::next() {
   return line;
 }
 
+std::optional<double> LineReader::progress() const {
+  if (file_size_ == 0) return std::nullopt;
+  // A file may have grown since it was opened.
+  return std::min(1.0, static_cast<double>(buffer_place_ + begin_) / static_cast<double>(file_size_));
+}
+
 /// Reads more behind what there is, with room for a zero byte kept; false at the end of the file.
 bool LineReader::fill() {
   if (begin_ > 0) {
     std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
+    buffer_place_ += begin_;
     end_ -= begin_;
     scanned_ -= begin_;
     begin_ = 0;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string_view>
@@ -26,10 +27,16 @@ class LineReader {
   /// what was read before counts.
   [[nodiscard]] std::optional<std::string_view> next();
 
+  /// Which share of the file the lines so far are, from 0 to 1; nothing if the size is not known, as of a
+  /// pipe.
+  [[nodiscard]] std::optional<double> progress() const;
+
  private:
   bool fill();
 
   int descriptor_;
+  std::uint64_t file_size_ = 0;     // 0 if not known
+  std::uint64_t buffer_place_ = 0;  // of the buffer's first byte in the file
   std::vector<char> buffer_;
   std::size_t begin_ = 0;    // of the next line
   std::size_t scanned_ = 0;  // no line feed before this

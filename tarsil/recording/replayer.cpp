@@ -1,6 +1,7 @@
 // Loading and pacing; how a line is read stands in line_rules.h and frame_line.h.
 #include "tarsil/recording/replayer.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -21,6 +22,20 @@ void set_if_unknown(std::int32_t& count, std::size_t length) {
   if (count == 0) count = static_cast<std::int32_t>(length);
 }
 
+/// How many frames to make room for when `count` fill what there is and the lines so far are that share of
+/// the file. Lines are about equally long, so what is read tells what is to come; a little more than that,
+/// since growing once more near the end would move all frames. A file that is not what its size says, a
+/// sparse one for instance, costs no more than a fixed multiple of what it holds.
+std::size_t room_for_frames(std::size_t count, std::optional<double> progress) {
+  constexpr double kMargin = 1.0 + 1.0 / 32;
+  const double least = std::max(64.0, static_cast<double>(count) * 1.25);
+  const double most = std::max(64.0, static_cast<double>(count) * 16);
+  if (!progress) return 2 * static_cast<std::size_t>(least);
+  // The first line leaves the share at 0.
+  const double expected = *progress > 0 ? kMargin * static_cast<double>(count + 1) / *progress : most;
+  return static_cast<std::size_t>(std::clamp(expected, least, most));
+}
+
 }  // namespace
 
 Replayer::Replayer(const std::filesystem::path& path, ReplayerConfig config) : config_(config) {
@@ -36,7 +51,7 @@ void Replayer::load(const std::filesystem::path& path) {
   while (const auto line = reader.next()) {
     Frame frame;
     if (scanner.scan(*line, frame)) {
-      add_frame(std::move(frame));
+      add_frame(std::move(frame), reader.progress());
       continue;
     }
     const std::string type = detail::string_field(*line, "type");
@@ -44,7 +59,7 @@ void Replayer::load(const std::filesystem::path& path) {
       take_header(*line);
       header_taken = true;
     } else if (type == "frame") {
-      add_frame(detail::frame_by_rules(*line));
+      add_frame(detail::frame_by_rules(*line), reader.progress());
     } else if (type == "marker") {
       markers_.push_back(detail::marker_by_rules(*line));
     }
@@ -64,10 +79,11 @@ void Replayer::take_header(std::string_view line) {
   with("n_imu", [this](const std::string& value) { info_.n_imu = std::stoi(value); });
 }
 
-void Replayer::add_frame(Frame frame) {
+void Replayer::add_frame(Frame frame, std::optional<double> progress) {
   set_if_unknown(info_.n_dofs, frame.q.size());
   set_if_unknown(info_.n_pads, frame.touch.size());
   set_if_unknown(info_.n_imu, frame.imu.size());
+  if (frames_.size() == frames_.capacity()) frames_.reserve(room_for_frames(frames_.size(), progress));
   frames_.push_back(std::move(frame));
 }
 

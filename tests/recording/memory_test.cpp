@@ -1,6 +1,8 @@
 // What recording and loading ask of the allocator, which is replaced by one that counts.
 #include <gtest/gtest.h>
+#include <malloc.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
@@ -21,12 +23,27 @@ namespace {
 std::size_t allocations = 0;
 /// Blocks larger than this are refused.
 std::size_t largest = SIZE_MAX;
+/// Bytes that are in use, with what the allocator adds to each block, and the most there ever were.
+std::size_t in_use = 0;
+std::size_t peak = 0;
+
+/// A block's size in the heap: what can be used of it and one word of the allocator's.
+std::size_t heap_size(void* memory) {
+  return malloc_usable_size(memory) + sizeof(std::size_t);
+}
 
 void* allocate(std::size_t size) {
   ++allocations;
   void* memory = size > largest ? nullptr : std::malloc(size == 0 ? 1 : size);
   if (memory == nullptr) throw std::bad_alloc();
+  in_use += heap_size(memory);
+  peak = std::max(peak, in_use);
   return memory;
+}
+
+void release(void* memory) {
+  if (memory != nullptr) in_use -= heap_size(memory);
+  std::free(memory);
 }
 
 }  // namespace
@@ -38,16 +55,16 @@ void* operator new[](std::size_t size) {
   return allocate(size);
 }
 void operator delete(void* memory) noexcept {
-  std::free(memory);
+  release(memory);
 }
 void operator delete[](void* memory) noexcept {
-  std::free(memory);
+  release(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
-  std::free(memory);
+  release(memory);
 }
 void operator delete[](void* memory, std::size_t) noexcept {
-  std::free(memory);
+  release(memory);
 }
 
 namespace tarsil {
@@ -137,6 +154,23 @@ TEST(RecordingMemory, of_a_loaded_frame_is_one_exact_block_for_each_array) {
   // The file's buffer, the header's texts and the growing list of frames come on top.
   EXPECT_GE(taken, 3 * kFrames);
   EXPECT_LE(taken, 3 * kFrames + 100);
+}
+
+TEST(RecordingMemory, to_load_a_recording_is_little_more_than_that_of_its_frames) {
+  constexpr std::size_t kMany = 60'000;
+  const test::TempDirectory directory;
+  {
+    Recorder recorder(directory.file("a.tsl"));
+    MockSource source({.realtime = false});
+    for (std::size_t i = 0; i < kMany; ++i) recorder.write_frame(source.read_frame());
+  }
+  peak = in_use;
+  const std::size_t before = in_use;
+  const Replayer replayer(directory.file("a.tsl"));
+  ASSERT_EQ(replayer.frame_count(), kMany);
+  // A frame's record and its three arrays.
+  constexpr double kFrameSize = 464;
+  EXPECT_LT(static_cast<double>(peak - before), 1.06 * kFrameSize * kMany);
 }
 
 TEST(RecordingMemory, is_not_taken_for_arrays_without_values) {

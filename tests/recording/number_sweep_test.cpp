@@ -11,14 +11,13 @@
 #include <string>
 #include <string_view>
 
-#include "tarsil/core/number_text.h"
+#include "tarsil/recording/decimal_text.h"
 #include "tarsil/recording/number_reader.h"
 
 namespace tarsil::detail {
 namespace {
 
 constexpr int kPatterns = TARSIL_RANDOM_PATTERNS;
-constexpr std::array<int, 2> kDecimals{6, 3};
 
 using Text = std::array<char, 512>;
 
@@ -38,12 +37,22 @@ bool reads_as_float(const char* text) {
   return end == expected_end && std::bit_cast<std::uint32_t>(value) == std::bit_cast<std::uint32_t>(expected);
 }
 
-/// Whether `value` is written as printf writes it; leaves the text in `text`.
-bool writes_as_printf(double value, int decimals, Text& text) {
+/// Whether a float is written as printf writes it; leaves the text in `text`.
+template <int kDecimals>
+bool float_as_printf(float value, Text& text) {
+  std::array<char, DecimalBatch<kDecimals>::kTextSize> written;
+  const char* const comma = DecimalBatch<kDecimals>({&value, 1}).write(written.data(), 0, 1) - 1;
+  const int length = std::snprintf(text.data(), text.size(), "%.*f", kDecimals, static_cast<double>(value));
+  return *comma == ',' && std::string_view(written.data(), comma) ==
+                              std::string_view(text.data(), static_cast<std::size_t>(length));
+}
+
+/// The same of a time.
+bool time_as_printf(double value, Text& text) {
   static std::string written;
   written.clear();
-  append_fixed(written, value, decimals);
-  const int length = std::snprintf(text.data(), text.size(), "%.*f", decimals, value);
+  append_time(written, value);
+  const int length = std::snprintf(text.data(), text.size(), "%.6f", value);
   return written == std::string_view(text.data(), static_cast<std::size_t>(length));
 }
 
@@ -52,10 +61,10 @@ TEST(NumberSweep, floats_of_any_bits_are_written_as_printf_does_and_read_as_strt
   Text text;
   for (int i = 0; i < kPatterns; ++i) {
     const auto value = std::bit_cast<float>(static_cast<std::uint32_t>(bits()));
-    for (const int decimals : kDecimals) {
-      ASSERT_TRUE(writes_as_printf(static_cast<double>(value), decimals, text)) << text.data();
-      ASSERT_TRUE(reads_as_float(text.data())) << text.data();
-    }
+    ASSERT_TRUE(float_as_printf<3>(value, text)) << text.data();
+    ASSERT_TRUE(reads_as_float(text.data())) << text.data();
+    ASSERT_TRUE(float_as_printf<6>(value, text)) << text.data();
+    ASSERT_TRUE(reads_as_float(text.data())) << text.data();
   }
 }
 
@@ -64,7 +73,7 @@ TEST(NumberSweep, doubles_of_any_bits_are_written_as_printf_does_and_read_as_str
   Text text;
   for (int i = 0; i < kPatterns; ++i) {
     const auto value = std::bit_cast<double>(static_cast<std::uint64_t>(bits()));
-    ASSERT_TRUE(writes_as_printf(value, 6, text)) << text.data();
+    ASSERT_TRUE(time_as_printf(value, text)) << text.data();
     ASSERT_TRUE(reads_as_double(text.data())) << text.data();
   }
 }
@@ -76,8 +85,7 @@ TEST(NumberSweep, doubles_with_a_fraction_are_written_as_printf_does_and_read_as
   for (int i = 0; i < kPatterns; ++i) {
     const std::uint64_t exponent = 1023 - 24 + bits() % 80;
     const std::uint64_t pattern = (bits() & 0x800FFFFFFFFFFFFF) | exponent << 52;
-    const int decimals = kDecimals[static_cast<std::size_t>(i % 2)];
-    ASSERT_TRUE(writes_as_printf(std::bit_cast<double>(pattern), decimals, text)) << text.data();
+    ASSERT_TRUE(time_as_printf(std::bit_cast<double>(pattern), text)) << text.data();
     ASSERT_TRUE(reads_as_double(text.data())) << text.data();
     ASSERT_TRUE(reads_as_float(text.data())) << text.data();
   }
@@ -89,11 +97,10 @@ TEST(NumberSweep, times_and_angles_are_written_as_printf_does_and_read_as_strtod
   std::uniform_real_distribution<float> angle(-4.0F, 4.0F);
   Text text;
   for (int i = 0; i < kPatterns / 4; ++i) {
-    ASSERT_TRUE(writes_as_printf(time(random), 6, text)) << text.data();
+    ASSERT_TRUE(time_as_printf(time(random), text)) << text.data();
     ASSERT_TRUE(reads_as_double(text.data())) << text.data();
     const float value = angle(random);
-    const int decimals = kDecimals[static_cast<std::size_t>(i % 2)];
-    ASSERT_TRUE(writes_as_printf(static_cast<double>(value), decimals, text)) << text.data();
+    ASSERT_TRUE(float_as_printf<6>(value, text)) << text.data();
     ASSERT_TRUE(reads_as_float(text.data())) << text.data();
   }
 }
