@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
+#include "benchmarks/hand.h"
 #include "benchmarks/plain_decoder.h"
 #include "benchmarks/program.h"
 #include "tarsil/core/clock.h"
 #include "tarsil/serial/decoder.h"
-#include "tools/virtual_glove/motion.h"
 #include "tools/virtual_glove/packet.h"
 
 namespace tarsil::benchmarks {
@@ -25,29 +25,17 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-constexpr std::size_t kPacketSize = virtual_glove::kHandPacketSize;
 /// What one read(2) of a port gives when a glove has been left waiting.
 constexpr std::size_t kFullRead = 4096;
 /// Frames that are queued before a consumer takes them all.
 constexpr std::size_t kQueuedFrames = 64;
+/// Bytes of garbage: time per byte must not grow from the one to the other.
+constexpr std::size_t kLittleGarbage = 1024;
+constexpr std::size_t kMuchGarbage = 5'000'000;
 constexpr double kWall = 1.7e9;
 
-/// Packets that carry all blocks, back to back, as a moving hand sends them.
 const Bytes& packets() {
-  static const Bytes kPackets = [] {
-    constexpr double kHz = 1000.0;
-    const virtual_glove::HandMotion motion(1, kHz);
-    Bytes bytes;
-    for (std::size_t cycle = 0; cycle < kDistinctFrames; ++cycle) {
-      const auto payload = virtual_glove::encode_payload(virtual_glove::hand_blocks(motion.at(cycle)));
-      const auto packet =
-          virtual_glove::encode_packet(virtual_glove::kRightSideCode, virtual_glove::kSensorPacketType,
-                                       static_cast<std::uint16_t>(cycle), payload);
-      if (packet.size() != kPacketSize) throw std::runtime_error("a packet is not of the usual size");
-      bytes.insert(bytes.end(), packet.begin(), packet.end());
-    }
-    return bytes;
-  }();
+  static const Bytes kPackets = hand_packets(kDistinctFrames);
   return kPackets;
 }
 
@@ -111,15 +99,15 @@ void decode_packets(benchmark::State& state, std::size_t read_size) {
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(kPacketSize));
 }
 
-/// The time is that of all bytes.
+/// The time is that of all bytes, which come in full reads.
 template <typename Decoder>
-void skip_garbage(benchmark::State& state, const Bytes& garbage, std::size_t read_size) {
+void skip_garbage(benchmark::State& state, const Bytes& garbage) {
   const std::span<const std::uint8_t> stream(garbage);
   Decoder decoder;
   std::deque<Frame> queue;
   for (auto _ : state) {
-    for (std::size_t at = 0; at < stream.size(); at += read_size) {
-      decoder.feed(stream.subspan(at, std::min(read_size, stream.size() - at)), queue);
+    for (std::size_t at = 0; at < stream.size(); at += kFullRead) {
+      decoder.feed(stream.subspan(at, std::min(kFullRead, stream.size() - at)), queue);
     }
     if (!queue.empty()) state.SkipWithError("there are frames in the garbage");
   }
@@ -206,17 +194,15 @@ void prepare() {
     benchmark::RegisterBenchmark(("decode" + path + "/plain").c_str(), decode_packets<Plain>, read_size);
     benchmark::RegisterBenchmark(("decode" + path + "/floor").c_str(), decode_packets<Copy>, read_size);
   }
-  constexpr std::size_t kLittle = 1024;
-  constexpr std::size_t kMuch = 5'000'000;
   for (const Garbage& kind : kinds_of_garbage()) {
-    for (const auto& [name, size] : {std::pair("1 KB", kLittle), {"5 MB", kMuch}}) {
-      const Bytes garbage = kind.make(size);
-      const std::string path = "garbage/" + kind.name + "/" + name;
-      benchmark::RegisterBenchmark((path + "/ours").c_str(), skip_garbage<Ours>, garbage, kFullRead);
-      benchmark::RegisterBenchmark((path + "/plain").c_str(), skip_garbage<Plain>, garbage, kFullRead);
-      benchmark::RegisterBenchmark((path + "/floor").c_str(), skip_garbage<Copy>, garbage, kFullRead);
-    }
+    const std::string path = "garbage/" + kind.name;
+    const Bytes little = kind.make(kLittleGarbage);
+    const Bytes much = kind.make(kMuchGarbage);
+    benchmark::RegisterBenchmark((path + "/little").c_str(), skip_garbage<Ours>, little);
+    benchmark::RegisterBenchmark((path + "/ours").c_str(), skip_garbage<Ours>, much);
+    benchmark::RegisterBenchmark((path + "/plain").c_str(), skip_garbage<Plain>, much);
   }
+  benchmark::RegisterBenchmark("garbage/floor", skip_garbage<Copy>, random_bytes(kMuchGarbage));
 }
 
 }  // namespace
