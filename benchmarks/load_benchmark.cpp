@@ -102,6 +102,16 @@ void find_lines(benchmark::State& state) {
   count(state);
 }
 
+/// What no loader that gives frames can be faster than: they are known, and copied.
+void copy_frames(benchmark::State& state) {
+  const std::vector<Frame> ready = Replayer(recording()).frames();
+  for (auto _ : state) {
+    const std::vector<Frame> frames = ready;
+    benchmark::DoNotOptimize(frames.data());
+  }
+  count(state);
+}
+
 void check(const Loader& peer, const std::string& path, const Replayer& replayer) {
   const std::vector<Frame> loaded = peer.load(path);
   const auto same = [](const Frame& a, const Frame& b) { return same_bits(a, b); };
@@ -127,6 +137,7 @@ void prepare() {
 
   add("load/ours", load);
   add("load/floor", find_lines);
+  add("load/ready frames", copy_frames);
   for (const Loader& peer : peer_loaders()) {
     check(peer, path, replayer);
     add("load/" + peer.name, load_by_peer, peer.load);

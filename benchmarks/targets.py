@@ -89,6 +89,8 @@ def load() -> list[Row]:
         row("`std::from_chars`", ("from_chars",)),
         Row("load", "load 200,000 frames", "load/ours", as_time("ms"), "floor: `read`, `memchr` of the line ends",
             ("load/floor",), ratio="ours/theirs"),
+        Row("load", "load 200,000 frames", "load/ours", as_time("ms"), "floor: ready frames copied",
+            ("load/ready frames",), ratio="ours/theirs"),
     ]
 
 
@@ -114,6 +116,8 @@ def decode() -> list[Row]:
         path = f"decode and queue a packet, {way}"
         result += [
             Row("decode", path, name + "ours", as_time("ns"), "plain decoder", (name + "plain",), at_least),
+            Row("decode", path, name + "ours", as_time("ns"), "floor: a ready frame copied into the queue",
+                (name + "ready frames",), ratio="ours/theirs"),
             Row("decode", path, name + "ours", as_time("ns"), "floor: `memcpy`", (name + "floor",), ratio="ours/theirs"),
         ]
     return result
