@@ -1,7 +1,9 @@
 // The way of the standard library, and the list of all.
 #include "benchmarks/loaders.h"
 
+#include <array>
 #include <charconv>
+#include <cstddef>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>

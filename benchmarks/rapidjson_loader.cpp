@@ -1,6 +1,8 @@
 // Loading by RapidJSON: a handler takes the events of every line, which is parsed in place.
 #include <rapidjson/reader.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <stdexcept>
 #include <string_view>

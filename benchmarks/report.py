@@ -97,9 +97,10 @@ def machine(build: pathlib.Path) -> list[str]:
     compiler = subprocess.run([cached("CMAKE_CXX_COMPILER"), "--version"], stdout=subprocess.PIPE, text=True, check=True)
     processor = re.search(r"^model name\s*:\s*(.*)$", pathlib.Path("/proc/cpuinfo").read_text(encoding="utf-8"),
                           re.MULTILINE)
+    system = ".".join(platform.release().split(".")[:2])
     return [
         f"Processor: {processor.group(1) if processor else platform.machine()}, {os.cpu_count()} cores; "
-        f"Linux {platform.release()}; load {os.getloadavg()[0]:.1f} at the start",
+        f"Linux {system}; load {os.getloadavg()[0]:.1f} at the start",
         f"Compiler: {compiler.stdout.splitlines()[0]}; "
         f"{' '.join((cached('CMAKE_CXX_FLAGS') + ' ' + cached('CMAKE_CXX_FLAGS_RELEASE')).split())}",
         f"Date: {datetime.date.today()}",

@@ -2,8 +2,9 @@
 // which they are written, which is its fastest way.
 #include <simdjson.h>
 
+#include <array>
+#include <cstddef>
 #include <cstring>
-#include <stdexcept>
 #include <string_view>
 
 #include "benchmarks/loaders.h"
