@@ -29,7 +29,7 @@ using Bytes = std::vector<std::uint8_t>;
 /// What one read(2) of a port gives when a glove has been left waiting.
 constexpr std::size_t kFullRead = 4096;
 /// Frames that are queued before a consumer takes them all.
-constexpr std::size_t kQueuedFrames = 64;
+constexpr std::size_t kQueuedFrames = 4;
 /// Bytes of garbage, in one stream or in short ones: time per byte must not grow from these to that.
 constexpr std::size_t kGarbage = 5'000'000;
 constexpr std::size_t kShortStream = 1024;

@@ -2,8 +2,10 @@
 // byte on when they do not.
 #include "tarsil/serial/decoder.h"
 
-#include <algorithm>
+#include <array>
 #include <cstring>
+
+#include "tarsil/serial/packet_search.h"
 
 namespace tarsil::detail {
 
@@ -11,29 +13,9 @@ namespace {
 
 using Bytes = std::span<const std::uint8_t>;
 
-float hundredths(const std::uint8_t* raw) {
-  return static_cast<float>(wire::read_i16(raw)) / wire::kHundredths;
-}
-
-/// The whole block at the front of `rest`; empty if it does not fit or is of a kind that is not known.
-Bytes block_at(Bytes rest) {
-  if (rest.size() < wire::kBlockPrefixSize) return {};
-  const std::size_t samples = rest[wire::kSampleCountOffset];
-  std::size_t size = wire::kBlockHeaderSize + wire::kBlockTrailerSize;
-  switch (rest[wire::kKindOffset]) {
-    case wire::kJointKind:
-      size += samples * wire::kJointSampleSize;
-      break;
-    case wire::kInertialKind:
-      size += samples * wire::kInertialSampleSize;
-      break;
-    case wire::kPressureKind:
-      size += wire::kPressureSampleSize;
-      break;  // always exactly one
-    default:
-      return {};
-  }
-  return size <= rest.size() ? rest.first(size) : Bytes{};
+/// The size of a block of a known kind with so many samples.
+constexpr std::size_t block_size(std::size_t samples, std::size_t sample_size) {
+  return wire::kBlockHeaderSize + samples * sample_size + wire::kBlockTrailerSize;
 }
 
 /// The last sample of a block: the one right before the trailer.
@@ -44,35 +26,29 @@ const std::uint8_t* last_sample(Bytes block, std::size_t sample_size) {
 }  // namespace
 
 void Decoder::feed(Bytes bytes, const Moment& now, std::vector<Frame>& frames) {
-  buffer_.append(bytes);
-  buffer_.consume(scan(buffer_.bytes(), now, frames));
+  if (buffer_.size() == 0) {
+    // The usual read ends with a packet's last byte, and leaves nothing to keep.
+    buffer_.append(bytes.subspan(scan(bytes, now, frames)));
+  } else {
+    buffer_.append(bytes);
+    buffer_.consume(scan(buffer_.bytes(), now, frames));
+  }
   buffer_.cut();
 }
 
 /// Handles every whole packet in `bytes`; returns how many bytes are done with.
 std::size_t Decoder::scan(Bytes bytes, const Moment& now, std::vector<Frame>& frames) {
   std::size_t p = 0;
-  while (bytes.size() - p >= wire::kPacketHeaderSize) {
-    const std::uint8_t* at = bytes.data() + p;
-    if (at[0] != wire::kMagic0 || at[1] != wire::kMagic1) {
-      // On to the next byte that can begin a packet.
-      const std::size_t rest = bytes.size() - p - (wire::kPacketHeaderSize - 1);
-      const void* next = rest > 1 ? std::memchr(at + 1, wire::kMagic0, rest - 1) : nullptr;
-      p = next != nullptr ? static_cast<std::size_t>(static_cast<const std::uint8_t*>(next) - bytes.data())
-                          : p + rest;
-      continue;
-    }
-    const std::size_t length = wire::read_u16(at + wire::kPayloadLengthOffset);
-    if (length > wire::kMaxPayload) {
-      ++p;  // no packet is that long: the magic was a coincidence
-      continue;
-    }
-    const std::size_t size = wire::kPacketHeaderSize + length;
-    if (bytes.size() - p < size) break;
-    handle_packet(bytes.subspan(p, size), now, frames);
+  while (true) {
+    p = find_packet(bytes, p);
+    const Bytes rest = bytes.subspan(p);
+    if (rest.size() < wire::kPacketHeaderSize) return p;
+    const std::size_t size =
+        wire::kPacketHeaderSize + wire::read_u16(rest.data() + wire::kPayloadLengthOffset);
+    if (rest.size() < size) return p;
+    handle_packet(rest.first(size), now, frames);
     p += size;
   }
-  return p;
 }
 
 void Decoder::handle_packet(Bytes packet, const Moment& now, std::vector<Frame>& frames) {
@@ -81,7 +57,7 @@ void Decoder::handle_packet(Bytes packet, const Moment& now, std::vector<Frame>&
   const bool joint_block = apply_payload(packet.subspan(wire::kPacketHeaderSize));
   if (!joint_block || !joint_data_) return;
   if (!advance_sequence(wire::read_u16(packet.data() + wire::kCounterOffset))) return;
-  frames.push_back(make_frame(now, false));
+  add_frame(now, false, frames);
   last_data_ = now.steady;
   last_frame_ = now.steady;
 }
@@ -93,24 +69,32 @@ bool Decoder::apply_payload(Bytes payload) {
   if (payload.size() < wire::kMinPayload) return false;
   bool joint_block = false;
   Bytes rest = payload.subspan(wire::kFirstBlockOffset);
-  for (int left = payload[wire::kBlockCountOffset]; left > 0; --left) {
-    const Bytes block = block_at(rest);
-    if (block.empty()) break;
-    rest = rest.subspan(block.size());
-    const std::size_t segment = block[wire::kSegmentOffset] >> 4;
-    const bool samples = block[wire::kSampleCountOffset] > 0;
-    switch (block[wire::kKindOffset]) {
+  for (int left = payload[wire::kBlockCountOffset]; left > 0 && rest.size() >= wire::kBlockPrefixSize;
+       --left) {
+    const std::size_t segment = rest[wire::kSegmentOffset] >> 4;
+    const std::size_t samples = rest[wire::kSampleCountOffset];
+    std::size_t size = 0;
+    switch (rest[wire::kKindOffset]) {
       case wire::kJointKind:
+        size = block_size(samples, wire::kJointSampleSize);
+        if (size > rest.size()) return joint_block;
         joint_block = true;
-        if (samples) apply_joints(segment, block);
+        if (samples > 0) apply_joints(segment, rest.first(size));
         break;
       case wire::kInertialKind:
-        if (samples) apply_inertial(segment, block);
+        size = block_size(samples, wire::kInertialSampleSize);
+        if (size > rest.size()) return joint_block;
+        if (samples > 0) apply_inertial(segment, rest.first(size));
+        break;
+      case wire::kPressureKind:
+        size = block_size(1, wire::kPressureSampleSize);  // whatever the sample count says
+        if (size > rest.size()) return joint_block;
+        apply_pressure(segment, rest.first(size));
         break;
       default:
-        apply_pressure(segment, block);
-        break;
+        return joint_block;
     }
+    rest = rest.subspan(size);
   }
   return joint_block;
 }
@@ -119,31 +103,18 @@ bool Decoder::apply_payload(Bytes payload) {
 void Decoder::apply_joints(std::size_t segment, Bytes block) {
   joint_data_ = true;
   if (segment >= wire::kSegments) return;
-  const std::uint8_t* sample = last_sample(block, wire::kJointSampleSize);
-  for (std::size_t k = 0; k < wire::kJointsPerSegment; ++k) {
-    q_[segment * wire::kJointsPerSegment + k] = hundredths(sample + 2 * k) * wire::kRadiansPerDegree;
-  }
+  joints_.set(segment, last_sample(block, wire::kJointSampleSize));
   const Bytes trailer = block.last(wire::kBlockTrailerSize);
   status_lo_[segment] = trailer[wire::kStatusLoInTrailer];
   status_hi_[segment] = trailer[wire::kStatusHiInTrailer];
 }
 
 void Decoder::apply_inertial(std::size_t segment, Bytes block) {
-  if (segment >= wire::kSegments) return;
-  const std::uint8_t* sample = last_sample(block, wire::kInertialSampleSize);
-  ImuSample& imu = imu_[segment];
-  for (std::size_t axis = 0; axis < 3; ++axis) {
-    imu.acc[axis] = hundredths(sample + 2 * axis);
-    imu.gyro[axis] = hundredths(sample + 2 * (axis + 3));
-  }
+  if (segment < wire::kSegments) inertial_.set(segment, last_sample(block, wire::kInertialSampleSize));
 }
 
 void Decoder::apply_pressure(std::size_t segment, Bytes block) {
-  if (segment >= wire::kSegments) return;
-  const std::uint8_t* sample = last_sample(block, wire::kPressureSampleSize);
-  for (std::size_t k = 0; k < wire::kPadsPerSegment; ++k) {
-    touch_[segment * wire::kPadsPerSegment + k] = hundredths(sample + 2 * k);
-  }
+  if (segment < wire::kSegments) pressure_.set(segment, last_sample(block, wire::kPressureSampleSize));
 }
 
 /// Several packets may carry one hardware cycle; only the first of them makes a frame. The very first counter
@@ -165,23 +136,29 @@ bool Decoder::check_silence(const Moment& now, std::vector<Frame>& frames) {
   if (!joint_data_) return true;
   if (now.steady - last_data_ >= kSilenceLimit) return false;
   if (now.steady - last_frame_ >= kStaleInterval) {
-    frames.push_back(make_frame(now, true));
+    add_frame(now, true, frames);
     last_frame_ = now.steady;
   }
   return true;
 }
 
-Frame Decoder::make_frame(const Moment& now, bool stale) const {
-  Frame frame;
+void Decoder::add_frame(const Moment& now, bool stale, std::vector<Frame>& frames) const {
+  Frame& frame = frames.emplace_back();
   frame.t = now.wall;
-  frame.q.assign(q_.begin(), q_.end());
-  frame.touch.assign(touch_.begin(), touch_.end());
-  frame.imu.assign(imu_.begin(), imu_.end());
+  auto q = joints_.in_units();
+  for (float& angle : q) angle *= wire::kRadiansPerDegree;
+  frame.q.assign(q.data(), q.data() + wire::kJoints);
+  const auto touch = pressure_.in_units();
+  frame.touch.assign(touch.data(), touch.data() + wire::kPads);
+  const auto axes = inertial_.in_units();
+  std::array<ImuSample, wire::kSegments> imu;
+  // A segment's axes stand in the order in which a sample has them.
+  std::memcpy(static_cast<void*>(imu.data()), axes.data(), sizeof imu);
+  frame.imu.assign(imu.begin(), imu.end());
   frame.stale = stale;
   frame.seq = seq_;
   frame.status_lo = status_lo_;
   frame.status_hi = status_hi_;
-  return frame;
 }
 
 }  // namespace tarsil::detail

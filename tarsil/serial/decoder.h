@@ -12,6 +12,7 @@
 
 #include "tarsil/core/clock.h"
 #include "tarsil/core/frame.h"
+#include "tarsil/serial/raw_channels.h"
 #include "tarsil/serial/receive_buffer.h"
 #include "tarsil/serial/wire.h"
 
@@ -56,18 +57,18 @@ class Decoder {
   std::size_t scan(Bytes bytes, const Moment& now, std::vector<Frame>& frames);
   void handle_packet(Bytes packet, const Moment& now, std::vector<Frame>& frames);
   bool apply_payload(Bytes payload);
-  void apply_joints(std::size_t segment, Bytes block);
-  void apply_inertial(std::size_t segment, Bytes block);
-  void apply_pressure(std::size_t segment, Bytes block);
+  inline void apply_joints(std::size_t segment, Bytes block);
+  inline void apply_inertial(std::size_t segment, Bytes block);
+  inline void apply_pressure(std::size_t segment, Bytes block);
   bool advance_sequence(std::uint16_t counter);
-  [[nodiscard]] Frame make_frame(const Moment& now, bool stale) const;
+  void add_frame(const Moment& now, bool stale, std::vector<Frame>& frames) const;
 
   ReceiveBuffer buffer_;
 
   // The latest known value of every channel.
-  std::array<float, wire::kJoints> q_{};
-  std::array<float, wire::kPads> touch_{};
-  std::array<ImuSample, wire::kSegments> imu_{};
+  RawChannels<wire::kJointsPerSegment> joints_;
+  RawChannels<wire::kAxesPerSegment> inertial_;
+  RawChannels<wire::kPadsPerSegment> pressure_;
   std::array<std::uint8_t, wire::kSegments> status_lo_ = Frame{}.status_lo;
   std::array<std::uint8_t, wire::kSegments> status_hi_ = Frame{}.status_hi;
 

@@ -59,6 +59,7 @@ inline constexpr std::size_t kStatusHiInTrailer = 3;
 inline constexpr std::size_t kSegments = 5;
 inline constexpr std::size_t kJointsPerSegment = 4;
 inline constexpr std::size_t kPadsPerSegment = 6;
+inline constexpr std::size_t kAxesPerSegment = 6;  // acceleration x, y, z, then rate x, y, z
 inline constexpr std::size_t kJoints = kSegments * kJointsPerSegment;
 inline constexpr std::size_t kPads = kSegments * kPadsPerSegment;
 
