@@ -27,8 +27,10 @@ ssize_t read_some(int descriptor, void* space, std::size_t size) {
 int write_all(int descriptor, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-    if (written >= 0) {
+    if (written > 0) {
       bytes.remove_prefix(static_cast<std::size_t>(written));
+    } else if (written == 0) {
+      return EIO;  // some file systems in user space do this; asking again could go on for ever
     } else if (errno != EINTR) {
       return errno;
     }

@@ -16,7 +16,7 @@ namespace tarsil::detail {
 [[nodiscard]] ssize_t read_some(int descriptor, void* space, std::size_t size);
 
 /// Writes everything, in one write(2) where the other end takes it in one. 0, or the error number of the call
-/// that failed; what went before is written then.
+/// that failed, EIO for one that took nothing; what went before is written then.
 [[nodiscard]] int write_all(int descriptor, std::string_view bytes);
 
 }  // namespace tarsil::detail

@@ -216,6 +216,18 @@ TEST_F(SystemCalls, that_fail_in_the_middle_of_a_line_leave_its_beginning) {
   EXPECT_EQ(content("a.csv"), "seq,t,stale\n1,0.500000,0\n42,1");
 }
 
+TEST_F(SystemCalls, that_take_nothing_end_the_recording) {
+  {
+    const Watch watch;
+    Recorder recorder(file("a.csv"));
+    recorder.write_frame(test::bare_frame(1, 0.5));
+    next_writes = {{.most = 4}, {.most = 0}};
+    EXPECT_TRUE(fails(recorder));
+    EXPECT_EQ(recorder.frames_written(), 1U);
+  }
+  EXPECT_EQ(content("a.csv"), "seq,t,stale\n1,0.500000,0\n42,1");
+}
+
 TEST_F(SystemCalls, that_fail_to_write_a_marker_show_with_the_next_frame) {
   {
     const Watch watch;
