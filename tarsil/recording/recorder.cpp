@@ -56,22 +56,22 @@ void Recorder::open(const std::filesystem::path& path) {
   }
   descriptor_ = detail::open_file(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
   if (descriptor_ < 0) throw std::runtime_error("Recorder: cannot open: " + path.native());
-  write_line();
+  write(line_);
 }
 
 Recorder::~Recorder() {
   if (format_ == Format::json) {
     line_.clear();
     detail::append_json_document(line_, detail::wall_clock_seconds(), metadata_, frames_, markers_);
-    write_line();
+    write(line_);
   }
   ::close(descriptor_);
 }
 
 /// Writes what has been composed. After a failure nothing more is written: a gap would pass for a whole
 /// recording.
-void Recorder::write_line() {
-  failed_ = failed_ || detail::write_all(descriptor_, line_) != 0;
+void Recorder::write(std::string_view text) {
+  failed_ = failed_ || detail::write_all(descriptor_, text) != 0;
 }
 
 void Recorder::write_frame(const Frame& frame) {
@@ -82,20 +82,20 @@ void Recorder::write_frame(const Frame& frame) {
     case Format::tsl:
       detail::append_tsl_frame(line_, frame);
       break;
-    case Format::csv:
-      if (frames_written_ == 0) {
-        detail::append_csv_heading(line_, frame);
-        write_line();
-        line_.clear();
-      }
+    case Format::csv: {
+      // Both are put together before either is written: if that fails, the next frame begins anew.
+      std::string heading;
+      if (frames_written_ == 0) detail::append_csv_heading(heading, frame);
       detail::append_csv_row(line_, frame);
+      write(heading);
       break;
+    }
     case Format::json:
       frames_.push_back(frame);
       break;
   }
   if (format_ != Format::json) {
-    write_line();
+    write(line_);
     if (failed_) {
       throw std::runtime_error("Recorder: write failed (disk full or I/O error) — recording is incomplete");
     }
@@ -117,7 +117,7 @@ void Recorder::add_marker(std::string name, std::map<std::string, std::string> d
       markers_.push_back(std::move(marker));
       break;
   }
-  if (format_ != Format::json) write_line();
+  if (format_ != Format::json) write(line_);
 }
 
 double Recorder::duration() const {

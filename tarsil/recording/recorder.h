@@ -51,7 +51,7 @@ class Recorder {
 
  private:
   void open(const std::filesystem::path& path);
-  void write_line();
+  void write(std::string_view text);
 
   Format format_;
   int descriptor_ = -1;
