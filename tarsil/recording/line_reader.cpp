@@ -19,7 +19,7 @@ constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
 }  // namespace
 
 LineReader::LineReader(const std::filesystem::path& path)
-    : descriptor_(open_file(path.c_str(), O_RDONLY)), buffer_(is_open() ? kBufferSize : 0) {
+    : buffer_(kBufferSize), descriptor_(open_file(path.c_str(), O_RDONLY)) {
   struct stat status {};
   if (is_open() && ::fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode)) {
     file_size_ = static_cast<std::uint64_t>(status.st_size);

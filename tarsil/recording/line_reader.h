@@ -34,10 +34,10 @@ class LineReader {
  private:
   bool fill();
 
+  std::vector<char> buffer_;  // before the file is open: without the memory for it, none stays open
   int descriptor_;
   std::uint64_t file_size_ = 0;     // 0 if not known
   std::uint64_t buffer_place_ = 0;  // of the buffer's first byte in the file
-  std::vector<char> buffer_;
   std::size_t begin_ = 0;    // of the next line
   std::size_t scanned_ = 0;  // no line feed before this
   std::size_t end_ = 0;      // of what has been read
