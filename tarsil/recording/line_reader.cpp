@@ -67,6 +67,7 @@ bool LineReader::fill() {
   }
   if (end_ + 1 >= buffer_.size()) buffer_.resize(2 * buffer_.size());
   const ssize_t count = read_some(descriptor_, buffer_.data() + end_, buffer_.size() - 1 - end_);
+  if (count < 0) end_ = scanned_ = 0;  // half a line may look like a whole one with other values
   if (count <= 0) return false;
   end_ += static_cast<std::size_t>(count);
   return true;

@@ -24,7 +24,7 @@ class LineReader {
 
   /// The next line, without its line feed and followed by a zero byte in memory; valid until the next call.
   /// The last line needs no line feed. Nothing at the end of the file, which a failure to read is taken for:
-  /// what was read before counts.
+  /// the whole lines before it count.
   [[nodiscard]] std::optional<std::string_view> next();
 
   /// Which share of the file the lines so far are, from 0 to 1; nothing if the size is not known, as of a

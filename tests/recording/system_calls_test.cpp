@@ -280,6 +280,15 @@ TEST_F(SystemCalls, to_read_that_are_interrupted_are_made_again) {
   EXPECT_EQ(replayer.frame_count(), 10U);
 }
 
+TEST_F(SystemCalls, to_read_that_fail_within_a_line_leave_it_out) {
+  const std::string path = recording(10);
+  const std::size_t within_number_4 = content("recording.tsl").find("\"seq\":4,\"t\":") + 12;
+  const Watch watch;
+  next_reads = {{.most = within_number_4}, {.error = EIO}};
+  const Replayer replayer(path);
+  EXPECT_EQ(replayer.frame_count(), 4U);
+}
+
 TEST_F(SystemCalls, to_read_that_fail_end_the_recording_there) {
   const std::string path = recording(10);
   const std::string text = content("recording.tsl");
