@@ -3,6 +3,7 @@
 
 #include <array>
 #include <exception>
+#include <new>
 #include <string>
 
 #include "tarsil/cli/commands.h"
@@ -34,6 +35,15 @@ int dispatch(int argc, const char* const* argv) {
   write_error("Unknown command: " + std::string(name) + "\n\n");
   write_output(usage());
   return 1;
+}
+
+/// One line, written at once; piece by piece if what has run out is the memory to put it together.
+void report(const std::exception& error) {
+  try {
+    write_error("Error: " + std::string(error.what()) + "\n");
+  } catch (const std::bad_alloc&) {
+    for (const char* const piece : {"Error: ", error.what(), "\n"}) write_error(piece);
+  }
 }
 
 }  // namespace
@@ -72,7 +82,7 @@ int run_tool(int argc, const char* const* argv) {
   try {
     return dispatch(argc, argv);
   } catch (const std::exception& error) {
-    write_error("Error: " + std::string(error.what()) + "\n");
+    report(error);
     return 1;
   }
 }
