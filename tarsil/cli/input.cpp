@@ -10,6 +10,7 @@
 #include <csignal>
 
 #include "tarsil/cli/output.h"
+#include "tarsil/core/file_io.h"
 
 namespace tarsil::cli {
 
@@ -45,7 +46,7 @@ std::optional<std::string> ask(std::string_view question) {
     pollfd input{STDIN_FILENO, POLLIN, 0};
     if (ppoll(&input, 1, nullptr, &held.before()) < 0 && errno == EINTR) return std::nullopt;
     std::array<char, 256> bytes;
-    const ssize_t count = ::read(STDIN_FILENO, bytes.data(), bytes.size());
+    const ssize_t count = detail::read_some(STDIN_FILENO, bytes.data(), bytes.size());
     if (count <= 0) return line;
     line.append(bytes.data(), static_cast<std::size_t>(count));
     if (const auto feed = line.find('\n'); feed != std::string::npos) return line.substr(0, feed);
