@@ -1,11 +1,15 @@
 // Ports are told by their names; gloves by the first byte of the identity frame that they announce.
 #include "tarsil/serial/ports.h"
 
+#include <dirent.h>
+
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <string_view>
+#include <system_error>
 #include <thread>
 
 #include "tarsil/core/clock.h"
@@ -25,6 +29,37 @@ constexpr std::array<std::string_view, 2> kPortNames{"ttyUSB", "ttyACM"};
 /// The line speed while listening, whatever the glove is used with later.
 constexpr std::int32_t kProbeBaud = 2000000;
 constexpr std::chrono::nanoseconds kProbeTime{999'999'999};
+
+/// The names in a directory. The standard library's iterator does the same, but ends the process where memory
+/// runs out, which here is an error like any other.
+class DirectoryReader {
+ public:
+  explicit DirectoryReader(const std::filesystem::path& path) : path_(path), entries_(opendir(path.c_str())) {
+    if (entries_ == nullptr) fail("directory iterator cannot open directory");
+  }
+  DirectoryReader(const DirectoryReader&) = delete;
+  DirectoryReader& operator=(const DirectoryReader&) = delete;
+  ~DirectoryReader() {
+    if (entries_ != nullptr) closedir(entries_);
+  }
+
+  /// The next name, valid until the next call; null behind the last.
+  const char* next() {
+    errno = 0;
+    const dirent* const entry = readdir(entries_);
+    if (entry != nullptr) return entry->d_name;
+    if (errno != 0) fail("directory iterator cannot advance");
+    return nullptr;
+  }
+
+ private:
+  [[noreturn]] void fail(const char* what) const {
+    throw std::filesystem::filesystem_error(what, path_, {errno, std::generic_category()});
+  }
+
+  const std::filesystem::path& path_;
+  DIR* entries_;
+};
 
 bool is_port_name(std::string_view name) {
   return std::any_of(kPortNames.begin(), kPortNames.end(),
@@ -53,8 +88,9 @@ bool glove_announces_itself_on(const std::string& path) {
 
 std::vector<std::string> list_ports_in(const std::filesystem::path& directory) {
   std::vector<std::string> ports;
-  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-    if (is_port_name(entry.path().filename().native())) ports.push_back(entry.path().native());
+  DirectoryReader entries(directory);
+  while (const char* const name = entries.next()) {
+    if (is_port_name(name)) ports.push_back((directory / name).native());
   }
   std::sort(ports.begin(), ports.end());
   return ports;
