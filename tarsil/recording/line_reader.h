@@ -38,9 +38,9 @@ class LineReader {
   int descriptor_;
   std::uint64_t file_size_ = 0;     // 0 if not known
   std::uint64_t buffer_place_ = 0;  // of the buffer's first byte in the file
-  std::size_t begin_ = 0;    // of the next line
-  std::size_t scanned_ = 0;  // no line feed before this
-  std::size_t end_ = 0;      // of what has been read
+  std::size_t begin_ = 0;           // of the next line
+  std::size_t scanned_ = 0;         // no line feed before this
+  std::size_t end_ = 0;             // of what has been read
 };
 
 }  // namespace tarsil::detail
