@@ -59,41 +59,55 @@ void PlainDecoder::handle_packet(const std::uint8_t* packet, std::size_t length,
 /// Returns whether there was a joint block.
 bool PlainDecoder::decode_blocks(const std::uint8_t* payload, std::size_t length) {
   bool joint_block = false;
+  std::vector<Block> blocks;
   std::size_t at = 1;
   for (int left = payload[0]; left > 0 && length - at >= 3; --left) {
-    const std::uint8_t* block = payload + at;
-    const int kind = block[0];
-    const std::size_t segment = block[1] >> 4;
-    const std::size_t samples = kind == 0x30 ? 1 : block[2];
+    const std::uint8_t* const begin = payload + at;
+    const int kind = begin[0];
     if (kind != 0x10 && kind != 0x20 && kind != 0x30) break;
+    const std::size_t samples = kind == 0x30 ? 1 : begin[2];
     const std::size_t sample_size = kind == 0x10 ? 8 : 12;
     const std::size_t size = 19 + samples * sample_size;
     if (length - at < size) break;
     at += size;
     joint_block = joint_block || kind == 0x10;
-    if (samples == 0) continue;
-    const std::uint8_t* sample = block + 13 + (samples - 1) * sample_size;
-    const std::uint8_t* trailer = sample + sample_size;
-    joint_data_ = joint_data_ || kind == 0x10;
-    if (segment > 4) continue;
-    if (kind == 0x10) {
-      for (std::size_t k = 0; k < 4; ++k) {
-        latest_.q[4 * segment + k] = read_hundredths(sample + 2 * k) * 0.017453292F;
-      }
-      latest_.status_lo[segment] = trailer[0];
-      latest_.status_hi[segment] = trailer[3];
-    } else if (kind == 0x20) {
-      for (std::size_t k = 0; k < 3; ++k) {
-        latest_.imu[segment].acc[k] = read_hundredths(sample + 2 * k);
-        latest_.imu[segment].gyro[k] = read_hundredths(sample + 6 + 2 * k);
-      }
+    const Block block{kind, static_cast<std::size_t>(begin[1] >> 4), samples, begin + size - 6 - sample_size};
+    if (order_ == Order::as_met) {
+      apply(block);
     } else {
-      for (std::size_t k = 0; k < 6; ++k) {
-        latest_.touch[6 * segment + k] = read_hundredths(sample + 2 * k);
-      }
+      blocks.push_back(block);
+    }
+  }
+  for (const int kind : {0x10, 0x20, 0x30}) {
+    for (const Block& block : blocks) {
+      if (block.kind == kind) apply(block);
     }
   }
   return joint_block;
+}
+
+void PlainDecoder::apply(const Block& block) {
+  if (block.samples == 0) return;
+  joint_data_ = joint_data_ || block.kind == 0x10;
+  if (block.segment > 4) return;
+  const std::uint8_t* const sample = block.last_sample;
+  if (block.kind == 0x10) {
+    for (std::size_t k = 0; k < 4; ++k) {
+      latest_.q[4 * block.segment + k] = read_hundredths(sample + 2 * k) * 0.017453292F;
+    }
+    const std::uint8_t* const trailer = sample + 8;
+    latest_.status_lo[block.segment] = trailer[0];
+    latest_.status_hi[block.segment] = trailer[3];
+  } else if (block.kind == 0x20) {
+    for (std::size_t k = 0; k < 3; ++k) {
+      latest_.imu[block.segment].acc[k] = read_hundredths(sample + 2 * k);
+      latest_.imu[block.segment].gyro[k] = read_hundredths(sample + 6 + 2 * k);
+    }
+  } else {
+    for (std::size_t k = 0; k < 6; ++k) {
+      latest_.touch[6 * block.segment + k] = read_hundredths(sample + 2 * k);
+    }
+  }
 }
 
 }  // namespace tarsil::benchmarks

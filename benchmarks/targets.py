@@ -40,6 +40,9 @@ class Row:
     theirs: tuple[str, ...] = ()
     at_least: Optional[float] = None
     at_most: Optional[float] = None
+    # A measurement and a factor: ours is good enough in any case when it takes no more than so many times that. Where the
+    # floor is high, no program reaches a target that leaves it out.
+    floor: Optional[tuple[str, float]] = None
     # What the target is about: "theirs/ours" of times says how many times faster this is, "ours/theirs" of times how many
     # times the cost of a floor, "ours/theirs" of rates how many times faster again; "ours" is the number itself.
     ratio: str = "theirs/ours"
@@ -69,7 +72,7 @@ def write() -> list[Row]:
         Row("write", "write a `tsl` frame", "write_tsl/ours", as_time("ns"), "floor: `write` of a ready line",
             ("write_tsl/floor",), at_most=1.9, ratio="ours/theirs"),
         Row("write", "write a `tsl` frame", "write_tsl/ours", as_time("ns"), "`ostringstream`, `ofstream`, flush",
-            ("write_tsl/ofstream",), at_least=17),
+            ("write_tsl/ofstream",), at_least=17, floor=("write_tsl/floor", 1.9)),
         Row("write", "write a `csv` frame", "write_csv/ours", as_time("ns")),
     ]
 
@@ -116,6 +119,8 @@ def decode() -> list[Row]:
         path = f"decode and queue a packet, {way}"
         result += [
             Row("decode", path, name + "ours", as_time("ns"), "plain decoder", (name + "plain",), at_least),
+            Row("decode", path, name + "ours", as_time("ns"), "plain decoder, blocks applied as met",
+                (name + "plain as met",)),
             Row("decode", path, name + "ours", as_time("ns"), "floor: a ready frame copied into the queue",
                 (name + "ready frames",), ratio="ours/theirs"),
             Row("decode", path, name + "ours", as_time("ns"), "floor: `memcpy`", (name + "floor",), ratio="ours/theirs"),
@@ -147,7 +152,7 @@ def analysis() -> list[Row]:
         for hand in ("at rest", "in motion"):
             name = f"analysis/{frames} frames {hand}/"
             result.append(Row("analysis", f"analyse {frames} frames x 20 joints, {hand}", name + "ours", as_time(unit),
-                              "plain analysis", (name + "plain",), at_least))
+                              "plain analysis", (name + "plain",), at_least if hand == "at rest" else None))
     return result
 
 
