@@ -21,3 +21,20 @@ function(tarsil_configure_target target)
     target_link_options(${target} PUBLIC -fsanitize=${TARSIL_SANITIZE})
   endif()
 endfunction()
+
+# For what is shipped, not for tests: makes memory errors that slip through end the program rather than serve an
+# attacker. None of it shows in a benchmark. (-D_GLIBCXX_ASSERTIONS would: 2 % of loading, 5 % of the analysis.)
+function(tarsil_harden_target target)
+  if(NOT TARSIL_HARDENING OR TARSIL_SANITIZE)
+    return()
+  endif()
+  # Fortified calls need the optimiser.
+  set(optimised "$<CONFIG:Release,RelWithDebInfo,MinSizeRel>")
+  target_compile_options(${target} PRIVATE
+    "$<${optimised}:-fstack-protector-strong;-fstack-clash-protection;-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+  get_target_property(type ${target} TYPE)
+  if(NOT type STREQUAL "STATIC_LIBRARY")
+    # Position-independent executables come with the property POSITION_INDEPENDENT_CODE and the check at the top.
+    target_link_options(${target} PRIVATE "$<${optimised}:LINKER:-z,relro,-z,now>")
+  endif()
+endfunction()
