@@ -8,9 +8,28 @@
 #include <string>
 #include <system_error>
 
+#include "tarsil/cli/visible_text.h"
 #include "tarsil/core/file_io.h"
 
 namespace tarsil::cli {
+
+namespace {
+
+/// Writes for whoever reads there: a terminal gets no control characters, anything else gets every byte.
+/// 0, or the number of the error.
+int write_for_reader(int descriptor, std::string_view text) {
+  if (may_hold_controls(text) && ::isatty(descriptor) != 0) {
+    return detail::write_all(descriptor, visible_text(text));
+  }
+  return detail::write_all(descriptor, text);
+}
+
+void throw_on_error(int error) {
+  if (error == 0) return;
+  throw std::runtime_error("cannot write to standard output: " + std::generic_category().message(error));
+}
+
+}  // namespace
 
 void occupy_standard_streams() {
   // open() gives the lowest free number: the one just found closed.
@@ -22,13 +41,15 @@ void occupy_standard_streams() {
 }
 
 void write_output(std::string_view text) {
-  if (const int error = detail::write_all(STDOUT_FILENO, text); error != 0) {
-    throw std::runtime_error("cannot write to standard output: " + std::generic_category().message(error));
-  }
+  throw_on_error(write_for_reader(STDOUT_FILENO, text));
+}
+
+void write_screen(std::string_view text) {
+  throw_on_error(detail::write_all(STDOUT_FILENO, text));
 }
 
 void write_error(std::string_view text) {
-  static_cast<void>(detail::write_all(STDERR_FILENO, text));
+  static_cast<void>(write_for_reader(STDERR_FILENO, text));
 }
 
 }  // namespace tarsil::cli

@@ -35,7 +35,7 @@ void show_table(const Device& device, std::int32_t limit) {
     const Frame frame = source.read_frame();
     if (stop_requested()) return;
     const LiveTable::Step step = table.take(frame, detail::SteadyClock::now());
-    write_output(step.screen);
+    write_screen(step.screen);
     if (step.verdict == LiveTable::Verdict::no_data) {
       write_error("\nNo data received. Check that the glove is powered on.\n");
     }

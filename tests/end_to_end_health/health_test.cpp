@@ -14,6 +14,7 @@
 #include "tests/health/tls_server.h"
 #include "tests/support/process.h"
 #include "tests/support/temp_directory.h"
+#include "tests/support/terminal.h"
 #include "tests/support/wait.h"
 
 namespace tarsil::test {
@@ -275,6 +276,17 @@ TEST(Health, every_refusal_of_the_service_is_told) {
             std::string("Upload failed: HTTP 201: ") + kCertificateBody + "\n");
   EXPECT_EQ(error_for(200, R"({"ok": false})"), "Upload failed: Server error: {\"ok\": false}\n");
   EXPECT_EQ(error_for(200, "{}"), "Upload failed: Server response missing 'certificate_url': {}\n");
+}
+
+TEST(Health, answer_of_the_service_does_not_drive_the_terminal) {
+  const HttpServer server(http_answer(500, "\x1b]52;c;c2VjcmV0\x07\nsecond line\r\n"));
+  Terminal terminal;
+  ProcessOptions options = health(with(kShortMock, "--upload"), server.url());
+  options.error_path = terminal.path();
+  EXPECT_EQ(run(options).status, (ExitStatus{1, 0}));
+  const std::string shown = "Upload failed: HTTP 500: \\x1b]52;c;c2VjcmV0\\x07\nsecond line\r\n\n";
+  EXPECT_TRUE(terminal.wait_for_end(shown));
+  EXPECT_EQ(terminal.shown(), shown);
 }
 
 TEST(Health, network_failures_are_told) {

@@ -1,0 +1,19 @@
+// Text from outside, made fit for a terminal.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tarsil::cli {
+
+/// Whether `text` may hold something that visible_text() changes. Quick, and true also for some text that is
+/// harmless.
+[[nodiscard]] bool may_hold_controls(std::string_view text);
+
+/// `text` with every control character that could drive a terminal in a visible form: "\x1b" for escape, and
+/// the same for the other bytes below 0x20, for 0x7f, and for the controls 0x80 to 0x9f, whether they stand
+/// as single bytes or in UTF-8. Line feeds, also those behind a carriage return, tabs and all else stay as
+/// they are.
+[[nodiscard]] std::string visible_text(std::string_view text);
+
+}  // namespace tarsil::cli
