@@ -1,6 +1,7 @@
 // The server itself is a Python program, and the openssl command makes the certificates.
 #include "tests/health/tls_server.h"
 
+#include <filesystem>
 #include <stdexcept>
 
 namespace tarsil::test {
@@ -24,16 +25,35 @@ TlsIdentity::TlsIdentity(const std::string& name) {
              "x509_extensions = extensions\n"
              "prompt = no\n"
              "[subject]\n"
-             "CN = Tarsil test\n"
-             "[extensions]\n"
-             "basicConstraints = critical, CA:true\n"
-             "subjectKeyIdentifier = hash\n"
-             "subjectAltName = " +
+             "CN = " +
+                 name +
+                 "\n"
+                 "[extensions]\n"
+                 "basicConstraints = critical, CA:true\n"
+                 "subjectKeyIdentifier = hash\n"
+                 "subjectAltName = " +
                  name + "\n");
   const Finished made =
       run({"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
            "-days", "2", "-config", directory_.file("openssl.cnf"), "-keyout", key(), "-out", certificate()});
   if (made.status.code != 0) throw std::runtime_error("openssl made no certificate: " + made.error);
+}
+
+void TlsIdentity::expire() {
+  sign_anew({"-signkey", key(), "-days", "-1"});
+}
+
+void TlsIdentity::be_issued_by(const TlsIdentity& authority) {
+  sign_anew({"-CA", authority.certificate(), "-CAkey", authority.key(), "-set_serial", "2", "-days", "2"});
+}
+
+void TlsIdentity::sign_anew(const std::vector<std::string>& how) {
+  const std::string signed_anew = directory_.file("signed.pem");
+  std::vector<std::string> command{"openssl", "x509", "-in", certificate(), "-out", signed_anew};
+  command.insert(command.end(), how.begin(), how.end());
+  const Finished made = run(command);
+  if (made.status.code != 0) throw std::runtime_error("openssl made no certificate: " + made.error);
+  std::filesystem::rename(signed_anew, certificate());
 }
 
 TlsServer::TlsServer(const TlsIdentity& identity, const std::vector<std::string>& mode)

@@ -16,10 +16,18 @@ class TlsIdentity {
   /// `name` is whom the certificate is for, such as "IP:127.0.0.1" or "DNS:host.example".
   explicit TlsIdentity(const std::string& name);
 
+  /// Makes the certificate anew, as one that ended yesterday.
+  void expire();
+
+  /// Makes the certificate anew, as one that `authority` vouches for. Their names have to differ.
+  void be_issued_by(const TlsIdentity& authority);
+
   [[nodiscard]] std::string certificate() const { return directory_.file("certificate.pem"); }
   [[nodiscard]] std::string key() const { return directory_.file("key.pem"); }
 
  private:
+  void sign_anew(const std::vector<std::string>& how);
+
   TempDirectory directory_;
 };
 

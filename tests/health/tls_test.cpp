@@ -131,6 +131,26 @@ TEST_F(Tls, server_of_another_name_gets_nothing) {
   EXPECT_FALSE(server.has_line("POST"));
 }
 
+TEST_F(Tls, server_with_an_expired_certificate_gets_nothing) {
+  TlsIdentity expired("IP:127.0.0.1");
+  expired.expire();
+  TlsServer server(expired);
+  add_bundle(kFirstBundle, expired.certificate());
+  EXPECT_EQ(upload(server), network_error(CURLE_PEER_FAILED_VERIFICATION));
+  EXPECT_FALSE(server.has_line("POST"));
+}
+
+TEST_F(Tls, authority_decides_whether_a_server_is_trusted) {
+  TlsIdentity issued("IP:127.0.0.1,DNS:server.example");
+  issued.be_issued_by(own_);
+  TlsServer server(issued);
+  add_bundle(kFirstBundle, other_.certificate());
+  EXPECT_EQ(upload(server), network_error(CURLE_PEER_FAILED_VERIFICATION));
+  EXPECT_FALSE(server.has_line("POST"));
+  add_bundle(kFirstBundle, own_.certificate());
+  EXPECT_EQ(upload(server), kCertificateUrl);
+}
+
 TEST_F(Tls, second_bundle_is_found) {
   TlsServer server(own_);
   add_bundle(kSecondBundle, own_.certificate());
