@@ -185,6 +185,21 @@ TEST(RecordingMemory, is_not_taken_for_arrays_without_values) {
   EXPECT_EQ(replayer.frame_count(), kFrames);
 }
 
+TEST(RecordingMemory, is_not_taken_for_what_a_header_promises) {
+  const test::TempDirectory directory;
+  const std::string path = directory.file("a.tsl");
+  test::write_file(
+      path,
+      R"({"type":"header","metadata":{"n_dofs": "2147483647", "n_imu": "2147483647", "n_pads": "2147483647"}})"
+      "\n"
+      R"({"type":"frame","seq":0,"t":0.5,"q":[1.0],"touch":[],"imu":[]})");
+  largest = 1'000'000;
+  Replayer replayer(path);
+  EXPECT_EQ(replayer.read_frame().q, std::vector<float>{1.0F});
+  largest = SIZE_MAX;
+  EXPECT_EQ(replayer.device_info().n_dofs, 2147483647);
+}
+
 TEST(RecordingMemoryDeathTest, that_lacks_for_a_json_document_ends_the_process) {
   const test::TempDirectory directory;
   EXPECT_EXIT(
