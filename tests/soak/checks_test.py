@@ -117,7 +117,7 @@ class Streams(unittest.TestCase):
                 b"  " + finger + " |    6.0°   71.8°  -78.2°   52.1°         | 0.00 0.00 0.00 0.00 0.22 0.00\n".encode()
                 for finger in fingers
             )
-        )  # fmt: skip
+        )
 
     def test_rows(self):
         check = RowCheck()

@@ -2,7 +2,8 @@
 
 Four gloves at 1000 cycles a second, each with faults that a line has: one is recorded without a break into a pipe
 that this program reads, one in recordings of a minute that are played back and deleted, two are shown by
-`tarsil stream`, as a table and as rows, and vanish now and then. Needs Python's standard library only.
+`tarsil stream`, as a table and as rows, and vanish now and then. Needs the standard library of
+Python 3.11 only.
 """
 
 import argparse
@@ -30,7 +31,7 @@ HZ = 1000
 COUNTED_FAULTS = [
     "lost-cycles=0.002", "garbage=0.002", "splits=0.01", "silence=0.0001+0.2",
     "unknown-types=0.002", "unknown-blocks=0.002", "truncated-blocks=0.002",
-]  # fmt: skip
+]
 STREAM_FAULTS = [*COUNTED_FAULTS, "lost-bytes=0.001", "flipped-bits=0.001", "silence=0.00003+2"]
 
 # One fault at the first or the last cycle of a glove hides this many at most.
@@ -217,6 +218,8 @@ class Soak:
                 await reading
             account = await glove.account()
         self._over.set()
+        if record.returncode < 0:
+            raise SoakError(f"record ended by signal {-record.returncode}")
         self._judge_record(check, account, output, error, cycles)
 
     async def _read_recording(self, reader, check, cycles, record):
@@ -336,7 +339,8 @@ class Soak:
                     await asyncio.wait({reading, over}, return_when=asyncio.FIRST_COMPLETED)
                     over.cancel()
                     if not self._over.is_set():
-                        raise SoakError(f"stream ({name}) ended: {(await stream.communicate())[1].decode()}")
+                        error = (await stream.communicate())[1].decode()
+                        raise SoakError(f"stream ({name}) ended with status {stream.returncode}: {error}")
                     end(stream, transport)
                     _, error = await stream.communicate()
                 reading.cancel()
