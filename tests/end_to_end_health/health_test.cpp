@@ -1,6 +1,7 @@
 // The command health as a person runs it: collecting, the table, the question, the upload.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -300,6 +301,23 @@ TEST(Health, network_failures_are_told) {
   const Finished local = run(health(with(kShortMock, "--upload"), "file:///etc/hostname"));
   EXPECT_EQ(local.status, (ExitStatus{1, 0}));
   EXPECT_EQ(local.error, "Upload failed: " + network_error(CURLE_UNSUPPORTED_PROTOCOL) + "\n");
+}
+
+TEST(Health, answer_that_memory_cannot_hold_is_told) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the sanitizer's own memory does not fit below such a limit";
+#endif
+  const HttpServer server(
+      {.pieces = {"HTTP/1.1 200 OK\r\n\r\n", std::string(1'000'000, ' ')}, .endless = true});
+  ProcessOptions options = health(with(kShortMock, "--upload"), server.url());
+  options.in_child = [] {
+    constexpr rlim_t kBytes = 256'000'000;
+    const rlimit limit{kBytes, kBytes};
+    ::setrlimit(RLIMIT_AS, &limit);
+  };
+  const Finished done = run(options);
+  EXPECT_EQ(done.status, (ExitStatus{1, 0}));
+  EXPECT_EQ(done.error, "Upload failed: " + network_error(CURLE_WRITE_ERROR) + "\n");
 }
 
 TEST(Health, empty_address_is_an_address) {
