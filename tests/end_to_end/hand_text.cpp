@@ -95,7 +95,9 @@ std::string csv(const HandSample& hand) {
   return text;
 }
 
-std::string styled(HandStyle style, const HandSample& hand) {
+}  // namespace
+
+std::string text_of(HandStyle style, const virtual_glove::HandSample& hand) {
   switch (style) {
     case HandStyle::row:
       return row(hand);
@@ -109,13 +111,11 @@ std::string styled(HandStyle style, const HandSample& hand) {
   return {};
 }
 
-}  // namespace
-
 HandText::HandText(const virtual_glove::GloveConfig& glove, HandStyle style)
     : motion_(glove.seed, glove.hz, glove.defects), style_(style) {}
 
 const std::string& HandText::at(std::uint64_t cycle) {
-  while (texts_.size() <= cycle) texts_.push_back(styled(style_, motion_.at(texts_.size())));
+  while (texts_.size() <= cycle) texts_.push_back(text_of(style_, motion_.at(texts_.size())));
   return texts_[cycle];
 }
 

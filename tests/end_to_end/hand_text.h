@@ -22,6 +22,9 @@ enum class HandStyle {
   csv,      ///< the columns from q_0 on, with the comma before them
 };
 
+/// One hand in that style.
+[[nodiscard]] std::string text_of(HandStyle style, const virtual_glove::HandSample& hand);
+
 /// The texts of a glove's cycles, from its first on. A glove begins again with cycle 0 whenever a host starts
 /// it.
 class HandText {
