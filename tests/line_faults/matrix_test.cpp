@@ -1,5 +1,5 @@
-// Every fault of the line, at three rates, under every command that reads a glove: what the tool delivers is what the
-// bytes that the glove has sent amount to, to the frame, and the glove's own account says the same.
+// Every fault of the line, at three rates, under every command that reads a glove: what the tool delivers is
+// what the bytes that the glove has sent amount to, to the frame, and the glove's own account says the same.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -36,8 +36,8 @@ using virtual_glove::GloveConfig;
 constexpr ExitStatus kSuccess{0, 0};
 constexpr ExitStatus kFailure{1, 0};
 
-/// A busy machine may starve the glove or the tool, which shows, rightly. Where a test looks at what comes through an
-/// undisturbed machine, it gets that many chances.
+/// A busy machine may starve the glove or the tool, which shows, rightly. Where a test looks at what comes
+/// through an undisturbed machine, it gets that many chances.
 constexpr int kChances = 5;
 
 /// Longer than a read that waits for bytes: each of them makes the tool repeat a frame.
@@ -46,10 +46,10 @@ constexpr double kSilence = 0.15;
 /// What the glove sends for its identity.
 constexpr std::uint64_t kIdentitySize = 28;
 
-/// The most packets in a row that a damaged one can cost: a length that was hit makes the host wait for as many bytes
-/// as a packet can have.
-constexpr std::size_t kMostCost = 1 + (virtual_glove::kPacketHeaderSize + virtual_glove::kLargestPayload) /
-                                          virtual_glove::kHandPacketSize;
+/// The most packets in a row that a damaged one can cost: a length that was hit makes the host wait for as
+/// many bytes as a packet can have.
+constexpr std::size_t kMostCost =
+    1 + (virtual_glove::kPacketHeaderSize + virtual_glove::kLargestPayload) / virtual_glove::kHandPacketSize;
 
 struct Cell {
   FaultKind kind = FaultKind::garbage;
@@ -101,11 +101,10 @@ class LineFaults : public testing::TestWithParam<Cell> {
 
   /// A glove with the fault, and what it will send.
   void prepare(double hz, std::uint64_t frames, std::uint64_t seed) {
-    config_ = {
-        .hz = hz,
-        .seed = seed,
-        .frames = frames,
-        .faults = {{.kind = GetParam().kind, .rate = GetParam().rate, .duration_seconds = kSilence}}};
+    config_ = {.hz = hz,
+               .seed = seed,
+               .frames = frames,
+               .faults = {{.kind = GetParam().kind, .rate = GetParam().rate, .duration_seconds = kSilence}}};
     transcript_ = transcript_of(config_);
     expected_ = decode_plainly(transcript_.stream);
     ASSERT_FALSE(expected_.empty());
@@ -161,8 +160,8 @@ class LineFaults : public testing::TestWithParam<Cell> {
   std::vector<DecodedFrame> expected_;
 };
 
-/// Fresh frames are the expected ones, all of them, number for number and value for value. A stale one repeats the
-/// number before it, with the values that the channels have by then.
+/// Fresh frames are the expected ones, all of them, number for number and value for value. A stale one
+/// repeats the number before it, with the values that the channels have by then.
 void LineFaults::expect_frames(const std::vector<RecordedFrame>& frames) const {
   const auto text = [](const virtual_glove::HandSample& hand) { return text_of(HandStyle::json, hand); };
   std::size_t next = 0;
@@ -204,8 +203,8 @@ void LineFaults::expect_sums(std::uint64_t fresh) const {
   EXPECT_GE(fresh + kMostCost * sent.damaged, sent.packets);
 }
 
-/// A frame whose packet was whole carries the values of its cycle: the hand's motion, not anybody's decoder, says so.
-/// A packet that was cut short keeps those of the blocks before the cut.
+/// A frame whose packet was whole carries the values of its cycle: the hand's motion, not anybody's decoder,
+/// says so. A packet that was cut short keeps those of the blocks before the cut.
 void LineFaults::expect_true_values() const {
   const virtual_glove::HandMotion motion(config_.seed, config_.hz);
   for (std::uint64_t cycle = 0; cycle < transcript_.cycles.size(); ++cycle) {
@@ -283,7 +282,8 @@ TEST_P(LineFaults, record_to_the_cycle) {
   }
 }
 
-/// Rows show a part of the expected frames, for only the newest are kept, but in order and with nothing in between.
+/// Rows show a part of the expected frames, for only the newest are kept, but in order and with nothing in
+/// between.
 void LineFaults::expect_rows(const std::vector<Row>& rows) const {
   std::vector<std::string> texts;
   for (const DecodedFrame& frame : expected_) {
@@ -305,8 +305,8 @@ TEST_P(LineFaults, stream_rows_of_what_was_sent) {
   // A hung glove has a few repetitions more to give before its silence is taken for its end.
   const std::size_t count = is(FaultKind::hang) ? expected_.size() + 4 : expected_.size() / 2;
   GloveProgram glove(glove_arguments(config_));
-  const Finished stream = run_tool(
-      {"stream", "--raw", "--count", std::to_string(count), "--port", glove.port()}, 2 * kPatience);
+  const Finished stream =
+      run_tool({"stream", "--raw", "--count", std::to_string(count), "--port", glove.port()}, 2 * kPatience);
   EXPECT_EQ(stream.status, kSuccess);
   EXPECT_EQ(stream.error, "");
   const std::vector<Row> rows = rows_in(stream.output);

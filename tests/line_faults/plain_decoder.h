@@ -1,5 +1,6 @@
-// The stream's rules once more, as plainly as they can be written: what the tool delivers is compared with this. It
-// has the whole stream before it, so it needs neither a buffer nor a clock, and shares no code with the library.
+// The stream's rules once more, as plainly as they can be written: what the tool delivers is compared with
+// this. It has the whole stream before it, so it needs neither a buffer nor a clock, and shares no code with
+// the library.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +18,8 @@ struct DecodedFrame {
   /// Where in the stream its packet begins.
   std::size_t offset = 0;
   virtual_glove::HandSample hand{};
-  /// What the channels became behind the frame, by packets that made none. A repetition may show any of these.
+  /// What the channels became behind the frame, by packets that made none. A repetition may show any of
+  /// these.
   std::vector<virtual_glove::HandSample> later;
 };
 

@@ -1,5 +1,5 @@
-// What a virtual glove will send, known before it does: its faults and its motion come from its seed alone, so the
-// state machine inside it can be run ahead, without a line and without waiting.
+// What a virtual glove will send, known before it does: its faults and its motion come from its seed alone,
+// so the state machine inside it can be run ahead, without a line and without waiting.
 #pragma once
 
 #include <cstddef>
@@ -33,11 +33,12 @@ struct Transcript {
   [[nodiscard]] std::uint64_t lost_at_the_ends() const;
 };
 
-/// What a glove that is started once sends. It must have a limited number of frames, and no fault that strikes at a
-/// certain time.
+/// What a glove that is started once sends. It must have a limited number of frames, and no fault that
+/// strikes at a certain time.
 [[nodiscard]] Transcript transcript_of(const virtual_glove::GloveConfig& glove);
 
-/// The words that start the program with these settings: rate, seed, number of frames, first counter and faults.
+/// The words that start the program with these settings: rate, seed, number of frames, first counter and
+/// faults.
 [[nodiscard]] std::vector<std::string> glove_arguments(const virtual_glove::GloveConfig& glove);
 
 }  // namespace tarsil::test

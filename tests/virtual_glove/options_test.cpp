@@ -77,8 +77,17 @@ TEST(Options, serial_may_be_empty) {
   EXPECT_EQ(parsed({"--serial", ""}).serial, "");
 }
 
-TEST(Options, replug_is_away_for_a_second_by_default) {
+TEST(Options, replug_is_away_for_a_second_and_happens_without_end_by_default) {
   EXPECT_EQ(parsed({"--replug", "3"}).replug->away, 1);
+  EXPECT_EQ(parsed({"--replug", "3"}).replug->times, 0U);
+  EXPECT_EQ(parsed({"--replug", "3:2"}).replug->times, 0U);
+}
+
+TEST(Options, replugs_can_be_counted) {
+  const auto replug = parsed({"--replug", "3:0.5:200"}).replug;
+  EXPECT_EQ(replug->seconds, 3);
+  EXPECT_EQ(replug->away, 0.5);
+  EXPECT_EQ(replug->times, 200U);
 }
 
 TEST(Options, last_value_of_a_repeated_option_counts) {
@@ -144,26 +153,25 @@ TEST_P(RefusedValue, is_named_in_the_complaint) {
 
 INSTANTIATE_TEST_SUITE_P(
     Options, RefusedValue,
-    testing::Values(std::pair{"--link", ""}, std::pair{"--serial", std::string(256, 'x')},
-                    std::pair{"--side", ""}, std::pair{"--firmware", "1"}, std::pair{"--firmware", "1."},
-                    std::pair{"--firmware", "256.0"}, std::pair{"--firmware", "1.2.3"},
-                    std::pair{"--firmware", "-1.0"}, std::pair{"--hz", "0"}, std::pair{"--hz", "20001"},
-                    std::pair{"--hz", "nan"}, std::pair{"--hz", "inf"}, std::pair{"--hz", "10 "},
-                    std::pair{"--hz", " 10"}, std::pair{"--hz", "+10"}, std::pair{"--hz", "1,5"},
-                    std::pair{"--hz", ""}, std::pair{"--seed", "-1"},
-                    std::pair{"--seed", "18446744073709551616"}, std::pair{"--seed", "0x10"},
-                    std::pair{"--counter", "65536"}, std::pair{"--frames", "1.5"}, std::pair{"--replug", ""},
-                    std::pair{"--replug", "1:"}, std::pair{"--replug", "-1"}, std::pair{"--replug", "1:2:3"},
-                    std::pair{"--replug", "1000001"}, std::pair{"--fault", "garbage"},
-                    std::pair{"--fault", "garbage="}, std::pair{"--fault", "garbage=0"},
-                    std::pair{"--fault", "garbage=1.01"}, std::pair{"--fault", "garbage=nan"},
-                    std::pair{"--fault", "garbage@"}, std::pair{"--fault", "garbage@-1"},
-                    std::pair{"--fault", "garbage=0.1+1"}, std::pair{"--fault", "silence@1+"},
-                    std::pair{"--fault", "silence@1+x"}, std::pair{"--fault", "noise=0.1"},
-                    std::pair{"--fault", "=0.1"}, std::pair{"--defect", "stuck"},
-                    std::pair{"--defect", "stuck:20"}, std::pair{"--defect", "stuck:-1"},
-                    std::pair{"--defect", "noisy:1:-1"}, std::pair{"--defect", "backlash:1:181"},
-                    std::pair{"--defect", "loose:1"}, std::pair{"--defect", "stuck:1:2:3"}),
+    testing::Values(
+        std::pair{"--link", ""}, std::pair{"--serial", std::string(256, 'x')}, std::pair{"--side", ""},
+        std::pair{"--firmware", "1"}, std::pair{"--firmware", "1."}, std::pair{"--firmware", "256.0"},
+        std::pair{"--firmware", "1.2.3"}, std::pair{"--firmware", "-1.0"}, std::pair{"--hz", "0"},
+        std::pair{"--hz", "20001"}, std::pair{"--hz", "nan"}, std::pair{"--hz", "inf"},
+        std::pair{"--hz", "10 "}, std::pair{"--hz", " 10"}, std::pair{"--hz", "+10"},
+        std::pair{"--hz", "1,5"}, std::pair{"--hz", ""}, std::pair{"--seed", "-1"},
+        std::pair{"--seed", "18446744073709551616"}, std::pair{"--seed", "0x10"},
+        std::pair{"--counter", "65536"}, std::pair{"--frames", "1.5"}, std::pair{"--replug", ""},
+        std::pair{"--replug", "1:"}, std::pair{"--replug", "-1"}, std::pair{"--replug", "1:2:3:4"},
+        std::pair{"--replug", "1:2:"}, std::pair{"--replug", "1:2:-1"}, std::pair{"--replug", "1000001"},
+        std::pair{"--fault", "garbage"}, std::pair{"--fault", "garbage="}, std::pair{"--fault", "garbage=0"},
+        std::pair{"--fault", "garbage=1.01"}, std::pair{"--fault", "garbage=nan"},
+        std::pair{"--fault", "garbage@"}, std::pair{"--fault", "garbage@-1"},
+        std::pair{"--fault", "garbage=0.1+1"}, std::pair{"--fault", "silence@1+"},
+        std::pair{"--fault", "silence@1+x"}, std::pair{"--fault", "noise=0.1"}, std::pair{"--fault", "=0.1"},
+        std::pair{"--defect", "stuck"}, std::pair{"--defect", "stuck:20"}, std::pair{"--defect", "stuck:-1"},
+        std::pair{"--defect", "noisy:1:-1"}, std::pair{"--defect", "backlash:1:181"},
+        std::pair{"--defect", "loose:1"}, std::pair{"--defect", "stuck:1:2:3"}),
     [](const auto& value) { return "value_" + std::to_string(value.index); });
 
 }  // namespace

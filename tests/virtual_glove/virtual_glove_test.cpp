@@ -295,6 +295,22 @@ TEST(VirtualGlove, vanishes_and_comes_back_under_the_same_link) {
   }
 }
 
+TEST(VirtualGlove, stays_for_good_behind_the_last_of_a_number_of_replugs) {
+  const test::TempDirectory directory;
+  VirtualGlove glove({.link = directory.file("glove"), .replug = Replug{0.05, 0.05, 2}});
+  for (std::uint64_t round = 1; round <= 2; ++round) {
+    Host host(glove.port());
+    connect(host);
+    ASSERT_TRUE(glove.wait_until(
+        [round](const Account& account) { return account.replugs == round && account.plugged; }, kPatience));
+  }
+  Host host(glove.port());
+  connect(host);
+  EXPECT_GE(host.read_bytes(50 * kHandPacketSize).size(), 50 * kHandPacketSize);
+  EXPECT_EQ(glove.account().replugs, 2U);
+  EXPECT_TRUE(glove.account().plugged);
+}
+
 TEST(VirtualGlove, stop_is_final_and_removes_the_link) {
   const test::TempDirectory directory;
   VirtualGlove glove({.link = directory.file("glove")});

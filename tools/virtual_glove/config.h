@@ -21,8 +21,9 @@ constexpr double kLargestDefectDegrees = 180;
 
 /// The glove vanishes and comes back on its own.
 struct Replug {
-  double seconds = 0;  ///< after streaming began; with every start command anew
-  double away = 1;     ///< how long it stays away
+  double seconds = 0;       ///< after streaming began; with every start command anew
+  double away = 1;          ///< how long it stays away
+  std::uint64_t times = 0;  ///< how often it comes back before it stays for good; 0 for no limit
 };
 
 /// Everything about one virtual glove.

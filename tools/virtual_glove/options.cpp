@@ -28,8 +28,10 @@ it is interrupted or has sent its frames, and then prints an account of what it 
   --counter N             cycle counter of the first packet, 0 to 65535 (default 0)
   --announce              repeat the identity unasked, every 200 ms until started
   --frames N              fall silent after N cycles, and end when the host has closed the port
-  --replug SECONDS[:AWAY] vanish that long after streaming began, come back after AWAY seconds (default 1) on
-                          a new pseudo-terminal; use it with --link, which then leads there
+  --replug SECONDS[:AWAY[:TIMES]]
+                          vanish that long after streaming began, come back after AWAY seconds (default 1) on
+                          a new pseudo-terminal; use it with --link, which then leads there; stay for good
+                          after that many TIMES (default 0: never)
   --defect KIND:JOINT[:DEGREES]
                           a worn sensor of joint 0 to 19; may be given several times
                             stuck     always reads DEGREES (default 20)
@@ -139,10 +141,12 @@ void parse_frames(const Given& given, GloveConfig& config) {
 
 void parse_replug(const Given& given, GloveConfig& config) {
   const auto [first, second] = cut(given.value, ':');
+  const auto [away_text, times_text] = cut(second.value_or(""), ':');
   const auto seconds = seconds_in(first);
-  const auto away = second ? seconds_in(*second) : Replug{}.away;
-  if (!seconds || !away) given.refuse("SECONDS[:AWAY], each 0 to 1000000");
-  config.replug = Replug{*seconds, *away};
+  const auto away = second ? seconds_in(away_text) : Replug{}.away;
+  const auto times = times_text ? number_in(*times_text, std::uint64_t{0}, kNoLimit) : Replug{}.times;
+  if (!seconds || !away || !times) given.refuse("SECONDS[:AWAY[:TIMES]], times 0 to 1000000 seconds");
+  config.replug = Replug{*seconds, *away, *times};
 }
 
 void parse_fault(const Given& given, GloveConfig& config) {

@@ -208,12 +208,17 @@ void VirtualGlove::vanish() {
 // Vanishes and comes back on its own, as configured. A glove that has sent all it had stays.
 void VirtualGlove::keep_replug_times(TimePoint now) {
   if (return_at_ && now >= *return_at_) come_back();
+  const std::optional<TimePoint> vanish_at = vanishing_due();
+  if (!vanish_at || now < *vanish_at) return;
+  vanish();
+  return_at_ = now + clock_duration(replug_->away);
+}
+
+std::optional<TimePoint> VirtualGlove::vanishing_due() const {
   const std::optional<TimePoint> since = firmware_.streaming_since();
-  if (!replug_ || !pty_ || !since || live_.exhausted) return;
-  if (now >= *since + clock_duration(replug_->seconds)) {
-    vanish();
-    return_at_ = now + clock_duration(replug_->away);
-  }
+  if (!replug_ || !pty_ || !since || live_.exhausted) return std::nullopt;
+  if (replug_->times > 0 && live_.replugs >= replug_->times) return std::nullopt;
+  return *since + clock_duration(replug_->seconds);
 }
 
 // Commands are read first and obeyed last: the opening by whoever wrote them is then among the events, and so
@@ -282,9 +287,7 @@ void VirtualGlove::send(TimePoint now) {
 TimePoint VirtualGlove::next_wake() const {
   TimePoint wake = Clock::now() + kLongestWait;
   if (!pty_) return return_at_ ? std::min(wake, *return_at_) : wake;
-  if (replug_ && firmware_.streaming_since() && !live_.exhausted) {
-    wake = std::min(wake, *firmware_.streaming_since() + clock_duration(replug_->seconds));
-  }
+  wake = std::min(wake, vanishing_due().value_or(wake));
   if (listener_check_at_) wake = std::min(wake, *listener_check_at_);
   if (!transmitter_.busy()) return std::min(wake, firmware_.next_due().value_or(wake));
   if (transmitter_.needs_room()) return std::min(wake, Clock::now() + kFullLineCheck);

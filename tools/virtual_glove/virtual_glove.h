@@ -88,6 +88,7 @@ class VirtualGlove {
   void come_back();
   void vanish();
   void keep_replug_times(TimePoint now);
+  std::optional<TimePoint> vanishing_due() const;
   void attend_hosts();
   void obey_host_events(TimePoint now);
   void host_closed();
