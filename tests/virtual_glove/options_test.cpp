@@ -36,6 +36,7 @@ TEST(Options, nothing_given_means_the_defaults) {
   EXPECT_EQ(options.config.seed, 1U);
   EXPECT_FALSE(options.config.announce);
   EXPECT_EQ(options.config.frames, 0U);
+  EXPECT_FALSE(options.config.overrun);
   EXPECT_FALSE(options.config.replug);
   EXPECT_TRUE(options.config.faults.empty());
   EXPECT_TRUE(options.config.defects.empty());
@@ -44,9 +45,10 @@ TEST(Options, nothing_given_means_the_defaults) {
 
 TEST(Options, every_option_is_understood) {
   const GloveConfig config =
-      parsed({"--link", "/tmp/glove", "--serial", "TSL-X", "--side", "left", "--firmware", "2.13", "--hz",
-              "62.5", "--seed", "18446744073709551615", "--announce", "--frames", "500", "--replug",
-              "2.5:0.25", "--counter", "65535"});
+      parsed({"--link",     "/tmp/glove", "--serial", "TSL-X",    "--side",   "left",
+              "--firmware", "2.13",       "--hz",     "62.5",     "--seed",   "18446744073709551615",
+              "--announce", "--frames",   "500",      "--replug", "2.5:0.25", "--counter",
+              "65535",      "--overrun"});
   EXPECT_EQ(config.link, "/tmp/glove");
   EXPECT_EQ(config.serial, "TSL-X");
   EXPECT_TRUE(config.left);
@@ -55,6 +57,7 @@ TEST(Options, every_option_is_understood) {
   EXPECT_EQ(config.hz, 62.5);
   EXPECT_EQ(config.seed, 18446744073709551615U);
   EXPECT_TRUE(config.announce);
+  EXPECT_TRUE(config.overrun);
   EXPECT_EQ(config.frames, 500U);
   ASSERT_TRUE(config.replug);
   EXPECT_EQ(config.replug->seconds, 2.5);
@@ -64,8 +67,9 @@ TEST(Options, every_option_is_understood) {
 
 TEST(Options, help_is_recognised_and_names_every_option_and_fault) {
   EXPECT_TRUE(parse_options(std::vector<std::string_view>{"--help"}).help);
-  for (const char* name : {"--link", "--serial", "--side", "--firmware", "--hz", "--seed", "--counter",
-                           "--announce", "--frames", "--replug", "--defect", "--fault", "--help"}) {
+  for (const char* name :
+       {"--link", "--serial", "--side", "--firmware", "--hz", "--seed", "--counter", "--announce", "--frames",
+        "--overrun", "--replug", "--defect", "--fault", "--help"}) {
     EXPECT_THAT(std::string(kHelp), testing::HasSubstr(name));
   }
   for (const std::string_view name : kFaultNames) {

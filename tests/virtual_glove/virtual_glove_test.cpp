@@ -147,6 +147,25 @@ TEST(VirtualGlove, delays_cycles_for_a_slow_host_and_loses_none) {
   EXPECT_TRUE(glove.wait_until([](const Account& account) { return account.packets == 400; }, kPatience));
 }
 
+TEST(VirtualGlove, loses_cycles_for_a_slow_host_if_set_up_for_overruns) {
+  VirtualGlove glove({.hz = 1000, .frames = 400, .overrun = true});
+  Host host(glove.port());
+  host.send(0xA5);
+  ASSERT_TRUE(line_full(glove));
+  ASSERT_TRUE(glove.wait_until([](const Account& account) { return account.cycles_lost >= 50; }, kPatience));
+  Bytes stream = host.read_rest();
+  ASSERT_TRUE(glove.wait_until([](const Account& account) { return account.exhausted; }, kPatience));
+  const Bytes rest = host.read_rest();
+  stream.insert(stream.end(), rest.begin(), rest.end());
+  const std::vector<std::uint16_t> counters = counters_in(stream);
+  const Account account = glove.account();
+  EXPECT_EQ(account.cycles, 400U);
+  EXPECT_EQ(account.packets, 400 - account.cycles_lost);
+  // What is sent is whole, also the packet that was on its way when the line filled.
+  EXPECT_EQ(counters.size(), account.packets);
+  EXPECT_TRUE(std::is_sorted(counters.begin(), counters.end()));
+}
+
 TEST(VirtualGlove, reset_reaches_it_over_a_full_line) {
   VirtualGlove glove({.hz = 5000});
   Host host(glove.port());

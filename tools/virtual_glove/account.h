@@ -15,7 +15,7 @@ namespace tarsil::virtual_glove {
 struct Account {
   std::uint64_t packets = 0;      ///< sensor packets handed to the line in full, damaged ones included
   std::uint64_t cycles = 0;       ///< cycles sampled
-  std::uint64_t cycles_lost = 0;  ///< cycles of which nothing was sent, on purpose
+  std::uint64_t cycles_lost = 0;  ///< cycles of which nothing was sent, on purpose or for want of room
   std::uint64_t bytes = 0;        ///< bytes handed to the line, of whatever kind
   std::uint64_t hosts = 0;        ///< times a host opened the line
   std::uint64_t replugs = 0;      ///< times the glove came back

@@ -37,6 +37,7 @@ struct GloveConfig {
   std::uint64_t seed = 1;                 ///< of the motion and of the faults
   bool announce = false;                  ///< repeat the identity unasked until started
   std::uint64_t frames = 0;               ///< cycles after which the glove falls silent; 0 for no limit
+  bool overrun = false;                   ///< a full line loses cycles instead of delaying them
   std::optional<Replug> replug = {};      ///< nothing: it stays
   std::vector<Fault> faults = {};         ///< of the transmission
   std::vector<JointDefect> defects = {};  ///< of the joint sensors

@@ -135,6 +135,16 @@ Transmission Firmware::transmit(TimePoint now) {
   return {};
 }
 
+void Firmware::lose_due(TimePoint now) {
+  while (streams() && !account_.hung && next_cycle_due_ <= now) {
+    ++next_cycle_;
+    next_cycle_due_ += period_;
+    ++account_.cycles;
+    ++account_.cycles_lost;
+    account_.exhausted = frames_ > 0 && account_.cycles >= frames_;
+  }
+}
+
 Transmission Firmware::identity() {
   ++account_.identities;
   return {.pieces = {identity_frame_}};

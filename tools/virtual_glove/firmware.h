@@ -63,6 +63,9 @@ class Firmware {
   /// Empty if the cycle is lost on purpose.
   Transmission transmit(TimePoint now);
 
+  /// Loses the cycles that are due, as a device without a buffer does while the line takes nothing.
+  void lose_due(TimePoint now);
+
   /// When streaming last began; nothing before the first start since power came on.
   std::optional<TimePoint> streaming_since() const { return streaming_since_; }
 

@@ -28,6 +28,8 @@ it is interrupted or has sent its frames, and then prints an account of what it 
   --counter N             cycle counter of the first packet, 0 to 65535 (default 0)
   --announce              repeat the identity unasked, every 200 ms until started
   --frames N              fall silent after N cycles, and end when the host has closed the port
+  --overrun               lose the cycles for which the line has no room because the host does not read, instead of
+                          sending them late
   --replug SECONDS[:AWAY[:TIMES]]
                           vanish that long after streaming began, come back after AWAY seconds (default 1) on
                           a new pseudo-terminal; use it with --link, which then leads there; stay for good
@@ -234,6 +236,10 @@ Options parse_options(std::span<const std::string_view> words) {
     }
     if (word == "--announce") {
       options.config.announce = true;
+      continue;
+    }
+    if (word == "--overrun") {
+      options.config.overrun = true;
       continue;
     }
     const auto option = std::ranges::find(kValueOptions, word, &ValueOption::name);

@@ -53,7 +53,8 @@ GloveConfig validated(GloveConfig config) {
 }  // namespace
 
 VirtualGlove::VirtualGlove(GloveConfig config)
-    : replug_(config.replug),
+    : overrun_(config.overrun),
+      replug_(config.replug),
       link_(config.link),
       wake_(make_event()),
       finished_(make_event()),
@@ -279,6 +280,7 @@ void VirtualGlove::send(TimePoint now) {
     if (!transmitter_.busy()) return;
   }
   live_.bytes += transmitter_.advance(*pty_, now);
+  if (overrun_ && transmitter_.needs_room()) firmware_.lose_due(now);
   if (transmitter_.busy() || !transmitter_.transmission().is_packet) return;
   ++live_.packets;
   if (transmitter_.transmission().damaged) ++live_.damaged;

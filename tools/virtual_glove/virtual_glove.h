@@ -26,9 +26,9 @@ namespace tarsil::virtual_glove {
 
 /// Runs a Firmware on a Pty. All functions may be called from any thread except the glove's own.
 ///
-/// The account stays exact whatever the host does: a cycle that the line has no room for is delayed, not
-/// lost. While the line is full the glove waits for the host; the host's leaving, a pulled
-/// plug or `stop` ends the wait as well.
+/// The account stays exact whatever the host does: a cycle that the line has no room for is delayed, or, if
+/// the glove is set up for overruns, lost and counted. While the line is full the glove waits for the host;
+/// the host's leaving, a pulled plug or `stop` ends the wait as well.
 class VirtualGlove {
  public:
   /// Opens the pseudo-terminal, places the link and starts. Throws std::invalid_argument for settings outside
@@ -102,6 +102,7 @@ class VirtualGlove {
   void request(PlugRequest request);
   void rethrow_failure() const;
 
+  const bool overrun_;
   const std::optional<Replug> replug_;
   PortLink link_;
   Descriptor wake_;
