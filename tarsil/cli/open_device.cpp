@@ -15,7 +15,7 @@ namespace {
 
 std::shared_ptr<IDataSource> make_mock(const Options& options) {
   MockConfig config;
-  if (const auto hz = options.find("hz"); hz != options.end()) config.hz = std::stof(hz->second);
+  if (const auto hz = options.find("hz"); hz != options.end()) config.hz = real_number(hz->second);
   return std::make_shared<MockSource>(std::move(config));
 }
 

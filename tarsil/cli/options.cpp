@@ -1,7 +1,11 @@
 // One walk over the arguments, first to last.
 #include "tarsil/cli/options.h"
 
+#include <cerrno>
+#include <stdexcept>
 #include <string_view>
+
+#include "tarsil/recording/number_reader.h"
 
 namespace tarsil::cli {
 
@@ -29,6 +33,15 @@ Options parse_options(int count, const char* const* arguments) {
 std::string option_or(const Options& options, const std::string& name, const std::string& fallback) {
   const auto found = options.find(name);
   return found == options.end() ? fallback : found->second;
+}
+
+float real_number(const std::string& value) {
+  const char* end = nullptr;
+  errno = 0;
+  const float number = detail::read_float(value.c_str(), end);
+  if (end == value.c_str()) throw std::invalid_argument("stof");
+  if (errno == ERANGE) throw std::out_of_range("stof");
+  return number;
 }
 
 }  // namespace tarsil::cli

@@ -23,4 +23,8 @@ using Options = std::map<std::string, std::string>;
 [[nodiscard]] std::string option_or(const Options& options, const std::string& name,
                                     const std::string& fallback);
 
+/// The number at the front of a value, as std::stof reads it and with its complaints (std::invalid_argument,
+/// std::out_of_range), but in every locale with a decimal point.
+[[nodiscard]] float real_number(const std::string& value);
+
 }  // namespace tarsil::cli

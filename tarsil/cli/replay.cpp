@@ -68,7 +68,7 @@ int replay_command(int count, const char* const* arguments) {
     return 1;
   }
   ReplayerConfig config;
-  config.speed = std::stof(option_or(options, "speed", "1.0"));
+  config.speed = real_number(option_or(options, "speed", "1.0"));
   config.loop = options.contains("loop");
   Replayer replayer(path, config);
   write_output(opening_lines(path, replayer, config.speed));

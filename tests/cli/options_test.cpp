@@ -1,13 +1,20 @@
 // The quirks of the option parser, which scripts rely on.
 #include "tarsil/cli/options.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <limits>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "tests/recording/comma_locale.h"
+
 namespace tarsil::cli {
 namespace {
+
+using testing::ThrowsMessage;
 
 Options parse(const std::vector<const char*>& arguments) {
   return parse_options(static_cast<int>(arguments.size()), arguments.data());
@@ -100,6 +107,27 @@ TEST(OptionOr, gives_what_is_stored_or_else_the_fallback) {
   EXPECT_EQ(option_or(options, "port", "none"), "/dev/ttyUSB0");
   EXPECT_EQ(option_or(options, "empty", "none"), "");
   EXPECT_EQ(option_or(options, "count", "0"), "0");
+}
+
+TEST(RealNumber, is_read_as_far_as_it_is_one) {
+  EXPECT_EQ(real_number("2.25"), 2.25F);
+  EXPECT_EQ(real_number(" -0.5e1x"), -5.0F);
+  EXPECT_EQ(real_number("0x1.8p1"), 3.0F);
+  EXPECT_EQ(real_number("2,25"), 2.0F);
+  EXPECT_EQ(real_number("inf"), std::numeric_limits<float>::infinity());
+}
+
+TEST(RealNumber, is_complained_about_in_the_words_of_the_standard_conversion) {
+  EXPECT_THAT([] { static_cast<void>(real_number("fast")); }, ThrowsMessage<std::invalid_argument>("stof"));
+  EXPECT_THAT([] { static_cast<void>(real_number("")); }, ThrowsMessage<std::invalid_argument>("stof"));
+  EXPECT_THAT([] { static_cast<void>(real_number("1e99")); }, ThrowsMessage<std::out_of_range>("stof"));
+  EXPECT_THAT([] { static_cast<void>(real_number("1e-99")); }, ThrowsMessage<std::out_of_range>("stof"));
+}
+
+TEST(RealNumber, has_a_decimal_point_in_every_locale) {
+  const test::CommaLocale locale;
+  EXPECT_EQ(real_number("2.25"), 2.25F);
+  EXPECT_EQ(real_number("2,25"), 2.0F);
 }
 
 }  // namespace
