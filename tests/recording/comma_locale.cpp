@@ -16,7 +16,7 @@ class CommaNumbers : public std::numpunct<char> {
   std::string do_grouping() const override { return "\3"; }
 };
 
-/// A locale of C's that differs from the classic one in its numbers alone, as localedef reads it.
+/// As localedef reads it.
 constexpr const char* kSource = R"(LC_CTYPE
 copy "POSIX"
 END LC_CTYPE
@@ -28,10 +28,7 @@ END LC_NUMERIC
 )";
 
 void set_in_c(const TempDirectory& directory) {
-  write_file(directory.file("source"), kSource);
-  // Its complaints about what the source lacks are none of ours: what counts is whether the result loads.
-  static_cast<void>(run(
-      {"localedef", "-c", "-i", directory.file("source"), "-f", "ANSI_X3.4-1968", directory.file("comma")}));
+  compile_comma_locale(directory);
   setenv("LOCPATH", directory.path().c_str(), 1);
   const bool set = std::setlocale(LC_ALL, "comma") != nullptr;
   unsetenv("LOCPATH");
@@ -43,6 +40,13 @@ void set_in_c(const TempDirectory& directory) {
 }
 
 }  // namespace
+
+void compile_comma_locale(const TempDirectory& directory) {
+  write_file(directory.file("source"), kSource);
+  // Its complaints about what the source lacks are none of ours: what counts is whether the result loads.
+  static_cast<void>(run(
+      {"localedef", "-c", "-i", directory.file("source"), "-f", "ANSI_X3.4-1968", directory.file("comma")}));
+}
 
 CommaLocale::CommaLocale() : c_before_(std::setlocale(LC_ALL, nullptr)) {
   set_in_c(directory_);

@@ -9,6 +9,10 @@
 
 namespace tarsil::test {
 
+/// Compiles the locale "comma" of C's, which differs from the classic one in its numbers alone, into a
+/// directory for LOCPATH to name. Does without where there is no compiler for it.
+void compile_comma_locale(const TempDirectory& directory);
+
 /// Sets numbers with a decimal comma and grouped digits as the global locale, of C++ always and of C where
 /// such a locale is installed or can be compiled. Gives the former ones back when it goes.
 class CommaLocale {

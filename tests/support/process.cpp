@@ -59,6 +59,8 @@ void Process::start_child(const ProcessOptions& options, int input, int output, 
   pid_ = fork();
   if (pid_ < 0) throw std::runtime_error("cannot fork");
   if (pid_ > 0) return;
+  // A whole run of tests can have every program that it starts loaded with a library of its choice.
+  if (const char* library = getenv("TARSIL_TEST_PRELOAD")) setenv("LD_PRELOAD", library, 1);
   for (const auto& [name, value] : options.environment) setenv(name.c_str(), value.c_str(), 1);
   if (!options.directory.empty() && chdir(options.directory.c_str()) != 0) _exit(126);
   dup2(input, STDIN_FILENO);
