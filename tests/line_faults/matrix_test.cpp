@@ -38,7 +38,7 @@ constexpr ExitStatus kFailure{1, 0};
 
 /// A busy machine may starve the glove or the tool, which shows, rightly. Where a test looks at what comes
 /// through an undisturbed machine, it gets that many chances.
-constexpr int kChances = 5;
+constexpr int kChances = 20;
 
 /// Longer than a read that waits for bytes: each of them makes the tool repeat a frame.
 constexpr double kSilence = 0.15;
@@ -308,9 +308,10 @@ void LineFaults::expect_rows(const std::vector<Row>& rows) const {
 }
 
 TEST_P(LineFaults, stream_rows_of_what_was_sent) {
-  prepare(500, fewer(300), 12);
+  // Of ten frames, one is enough: on a busy machine the others may be gone before they are shown.
+  prepare(500, 10 * fewer(150), 12);
   // A hung glove has a few repetitions more to give before its silence is taken for its end.
-  const std::size_t count = is(FaultKind::hang) ? expected_.size() + 4 : expected_.size() / 2;
+  const std::size_t count = is(FaultKind::hang) ? expected_.size() + 4 : expected_.size() / 10;
   GloveProgram glove(glove_arguments(config_));
   const Finished stream =
       run_tool({"stream", "--raw", "--count", std::to_string(count), "--port", glove.port()}, 2 * kPatience);
@@ -341,7 +342,8 @@ std::string table_of(const std::vector<DecodedFrame>& decoded, std::size_t count
 
 TEST_P(LineFaults, health_analyses_what_was_sent) {
   constexpr std::size_t kLeast = 10;
-  prepare(500, fewer(300), 13);
+  // Slow enough that the tool's queue outlasts a moment without the processor.
+  prepare(200, fewer(220), 13);
   const std::size_t count =
       pauses() ? std::max(kLeast, std::min<std::size_t>(expected_.size() + 4, 30)) : expected_.size() / 2;
   const std::string opening = "Collecting " + std::to_string(count) + " frames for health analysis...\n";
@@ -387,7 +389,7 @@ TEST_P(LineFaultsUnderDoctor, fifty_frames_are_read) {
   if (is(FaultKind::hang)) {
     prepare_to_hang(500, 40, 46);
   } else {
-    prepare(500, 400, 14);
+    prepare(500, 2000, 14);
   }
   // Of a glove that pauses, some frames are stale on any machine; of others, none is on one that has time.
   const bool some_stale = pauses();
