@@ -41,11 +41,14 @@ struct Weights<3> {
   static constexpr float kScale = 1e3F;
 };
 
-Longs load(const char* first, const char* second) {
-  Longs bytes{};
-  std::memcpy(&bytes[0], first, 8);
-  std::memcpy(&bytes[1], second, 8);
+std::uint64_t load_eight(const char* text) {
+  std::uint64_t bytes = 0;
+  std::memcpy(&bytes, text, sizeof bytes);
   return bytes;
+}
+
+Longs load(const char* first, const char* second) {
+  return Longs{load_eight(first), load_eight(second)};
 }
 
 }  // namespace
