@@ -139,6 +139,10 @@ void write_output(std::string_view text) {
   if (written) written(text);
 }
 
+void write_screen(std::string_view text) {
+  write_output(text);
+}
+
 void write_error(std::string_view text) {
   test::write_all(STDERR_FILENO, text);
 }
