@@ -19,11 +19,10 @@ class FrameLineScanner::Cursor {
   explicit Cursor(std::string_view line) : at_(line.data()), end_(line.data() + line.size()) {}
 
   /// Moves behind `text` if it stands here.
-  template <std::size_t kSize>
-  bool skip(const char (&text)[kSize]) {
-    constexpr std::size_t kLength = kSize - 1;
-    if (static_cast<std::size_t>(end_ - at_) < kLength || std::memcmp(at_, text, kLength) != 0) return false;
-    at_ += kLength;
+  bool skip(std::string_view text) {
+    if (static_cast<std::size_t>(end_ - at_) < text.size()) return false;
+    if (std::memcmp(at_, text.data(), text.size()) != 0) return false;
+    at_ += text.size();
     return true;
   }
   bool skip(char c) {
