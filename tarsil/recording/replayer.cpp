@@ -17,7 +17,6 @@ namespace tarsil {
 
 namespace {
 
-/// A count that nothing has told yet is that of the first frame which has any.
 void set_if_unknown(std::int32_t& count, std::size_t length) {
   if (count == 0) count = static_cast<std::int32_t>(length);
 }
@@ -31,8 +30,7 @@ std::size_t room_for_frames(std::size_t count, std::optional<double> progress) {
   const double least = std::max(64.0, static_cast<double>(count) * 1.25);
   const double most = std::max(64.0, static_cast<double>(count) * 16);
   if (!progress) return 2 * static_cast<std::size_t>(least);
-  // The first line leaves the share at 0.
-  const double expected = *progress > 0 ? kMargin * static_cast<double>(count + 1) / *progress : most;
+  const double expected = kMargin * static_cast<double>(count + 1) / *progress;
   return static_cast<std::size_t>(std::clamp(expected, least, most));
 }
 
@@ -49,17 +47,19 @@ void Replayer::load(const std::filesystem::path& path) {
   detail::FrameLineScanner scanner;
   bool header_taken = false;
   while (const auto line = reader.next()) {
-    Frame frame;
-    if (scanner.scan(*line, frame)) {
-      add_frame(std::move(frame), reader.progress());
+    // Most lines are frames, so the frame's place is where a line is read to.
+    if (frames_.size() == frames_.capacity()) frames_.reserve(room_for_frames(frames_.size(), reader.progress()));
+    if (scanner.scan(*line, frames_.emplace_back())) {
+      learn_counts(frames_.back());
       continue;
     }
+    frames_.pop_back();
     const std::string type = detail::string_field(*line, "type");
     if (type == "header" && !header_taken) {
       take_header(*line);
       header_taken = true;
     } else if (type == "frame") {
-      add_frame(detail::frame_by_rules(*line), reader.progress());
+      learn_counts(frames_.emplace_back(detail::frame_by_rules(*line)));
     } else if (type == "marker") {
       markers_.push_back(detail::marker_by_rules(*line));
     }
@@ -79,12 +79,11 @@ void Replayer::take_header(std::string_view line) {
   with("n_imu", [this](const std::string& value) { info_.n_imu = std::stoi(value); });
 }
 
-void Replayer::add_frame(Frame frame, std::optional<double> progress) {
+/// What the header has not told is that of the first frame which has any.
+void Replayer::learn_counts(const Frame& frame) {
   set_if_unknown(info_.n_dofs, frame.q.size());
   set_if_unknown(info_.n_pads, frame.touch.size());
   set_if_unknown(info_.n_imu, frame.imu.size());
-  if (frames_.size() == frames_.capacity()) frames_.reserve(room_for_frames(frames_.size(), progress));
-  frames_.push_back(std::move(frame));
 }
 
 Frame Replayer::read_frame() {

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstddef>
 #include <filesystem>
-#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -54,7 +53,7 @@ class Replayer : public IDataSource {
  private:
   void load(const std::filesystem::path& path);
   void take_header(std::string_view line);
-  void add_frame(Frame frame, std::optional<double> progress);
+  void learn_counts(const Frame& frame);
   void wait_until_due(const Frame& frame);
 
   ReplayerConfig config_;
