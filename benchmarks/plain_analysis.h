@@ -1,5 +1,6 @@
-// The health analysis joint by joint, as plainly as its definition reads: it says what the result has to be,
-// to the bit.
+// The health analysis joint by joint, as one would write it down first with an eye on speed: no temporary
+// that the definition does not ask for. (The tests have another one, with a variable for every step, which
+// would be too easy a rival.)
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 // The packet decoder once more, step by step as docs/wire-protocol.md reads and with that page's numbers.
-// What holds the fast one to the bit.
+// What holds the fast one to the bit. (The benchmarks have another one that does not check what it indexes,
+// and leaves silences out.)
 #pragma once
 
 #include <array>

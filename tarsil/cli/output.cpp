@@ -4,6 +4,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -22,6 +25,18 @@ int write_for_reader(int descriptor, std::string_view text) {
     return detail::write_all(descriptor, visible_text(text));
   }
   return detail::write_all(descriptor, text);
+}
+
+/// For when there is no memory for the visible form: a question mark stands for each byte that might be a
+/// control.
+void write_masked(int descriptor, std::string_view text) {
+  std::array<char, 256> piece;
+  while (!text.empty()) {
+    const std::string_view now = text.substr(0, piece.size());
+    std::ranges::transform(now, piece.begin(), [](char c) { return may_hold_controls({&c, 1}) ? '?' : c; });
+    static_cast<void>(detail::write_all(descriptor, {piece.data(), now.size()}));
+    text.remove_prefix(now.size());
+  }
 }
 
 void throw_on_error(int error) {
@@ -49,7 +64,11 @@ void write_screen(std::string_view text) {
 }
 
 void write_error(std::string_view text) {
-  static_cast<void>(write_for_reader(STDERR_FILENO, text));
+  try {
+    static_cast<void>(write_for_reader(STDERR_FILENO, text));
+  } catch (const std::bad_alloc&) {
+    write_masked(STDERR_FILENO, text);
+  }
 }
 
 }  // namespace tarsil::cli

@@ -21,7 +21,7 @@ void write_output(std::string_view text);
 /// The same for text of the tool's own that moves the cursor, and holds nothing from outside but numbers.
 void write_screen(std::string_view text);
 
-/// Writes `text` to standard error. If that fails there is nobody left to tell.
+/// Writes `text` to standard error, also when there is no memory left. If that fails there is nobody to tell.
 void write_error(std::string_view text);
 
 }  // namespace tarsil::cli

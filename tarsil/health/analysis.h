@@ -42,7 +42,8 @@ struct HealthReport {
 /// that carries fewer angles is no sample of those that it lacks.
 ///
 /// All arithmetic is single precision and every sum is formed in sample order, so the result is the same to
-/// the bit on every machine. Needs memory for one joint's series at a time and throws only for lack of it.
+/// the bit on every machine; only the sign of what is no number is the processor's affair. Needs memory for a
+/// pointer to each frame, or for one joint's series at a time, and throws only for lack of it.
 [[nodiscard]] HealthReport analyze_health(std::span<const Frame> frames, const DeviceInfo& info);
 
 }  // namespace tarsil

@@ -25,8 +25,9 @@ struct JointSignal {
 /// Measures one joint, from the frames that have it.
 [[nodiscard]] JointSignal measure_joint(std::span<const Frame> frames, std::size_t joint);
 
-/// Measures, as measure_joint() does and to the same bits, the first joints of a hand: as many of the first
-/// `limit` as can be measured four at a time because every frame has them.
+/// Measures, as measure_joint() does and to the same bits (but for the sign of what is no number), the first
+/// joints of a hand: as many of the first `limit` as can be measured four at a time because every frame has
+/// them.
 [[nodiscard]] std::vector<JointSignal> measure_first_joints(std::span<const Frame> frames, std::size_t limit);
 
 }  // namespace tarsil::detail

@@ -22,7 +22,7 @@ class DecimalBatch {
   /// Room for the text of one value: sign, 39 digits, point, decimals, comma.
   static constexpr std::size_t kTextSize = 48;
 
-  /// Takes `values`, which have to stay where they are.
+  /// Takes up to kCapacity values, which have to stay where they are.
   explicit DecimalBatch(std::span<const float> values);
 
   /// Writes the values from `first` on, a comma behind each; returns where the last comma ends. Needs room

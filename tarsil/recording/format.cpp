@@ -55,6 +55,9 @@ constexpr std::size_t kSampleValues = 2 * kAxes;
 /// As many samples as fill a batch.
 constexpr std::size_t kSampleBatch = DecimalBatch<kImuDecimals>::kCapacity / kSampleValues;
 
+/// Room for what stands between the values of a sample.
+constexpr std::size_t kSampleKeysSize = sizeof(R"({"acc":[],"gyro":[]},)");
+
 void append_sample_batch(std::string& out, std::span<const ImuSample> samples) {
   std::array<float, kSampleBatch * kSampleValues> values;
   std::size_t count = 0;
@@ -64,7 +67,7 @@ void append_sample_batch(std::string& out, std::span<const ImuSample> samples) {
   }
   using Batch = DecimalBatch<kImuDecimals>;
   const Batch batch({values.data(), count});
-  std::array<char, kSampleBatch*(32 + kSampleValues * Batch::kTextSize)> text;
+  std::array<char, kSampleBatch*(kSampleKeysSize + kSampleValues * Batch::kTextSize)> text;
   char* end = text.data();
   for (std::size_t i = 0; i < count; i += kSampleValues) {
     end = write_text(end, R"({"acc":[)");

@@ -3,8 +3,9 @@
 //
 // Rounding the quotient once more, to a float, gives the nearest float as well. It could only fail where the
 // quotient rounds to the middle between two floats without being that middle. But a decimal with k decimals
-// that is not the middle is away from it by more than 2^-25 / 5^k of its value, and up to k = 12 that is more
-// than the 2^-53 by which the quotient was rounded.
+// that is not the middle is away from it by more than the 2^-53 of its value by which the quotient was
+// rounded: where the middle has no more than k decimals, by one unit of the last decimal at least, and a
+// value has at most 2^53 of those; otherwise by 2^-25 / 5^k of its value, which up to k = 12 is more as well.
 #include "tarsil/recording/number_reader.h"
 
 #include <array>

@@ -48,7 +48,8 @@ void Replayer::load(const std::filesystem::path& path) {
   bool header_taken = false;
   while (const auto line = reader.next()) {
     // Most lines are frames, so the frame's place is where a line is read to.
-    if (frames_.size() == frames_.capacity()) frames_.reserve(room_for_frames(frames_.size(), reader.progress()));
+    if (frames_.size() == frames_.capacity())
+      frames_.reserve(room_for_frames(frames_.size(), reader.progress()));
     if (scanner.scan(*line, frames_.emplace_back())) {
       learn_counts(frames_.back());
       continue;

@@ -153,6 +153,7 @@ void Decoder::add_frame(const Moment& now, bool stale, std::vector<Frame>& frame
   const auto axes = inertial_.in_units();
   std::array<ImuSample, wire::kSegments> imu;
   // A segment's axes stand in the order in which a sample has them.
+  static_assert(sizeof(ImuSample) == wire::kAxesPerSegment * sizeof(float));
   std::memcpy(static_cast<void*>(imu.data()), axes.data(), sizeof imu);
   frame.imu.assign(imu.begin(), imu.end());
   frame.stale = stale;

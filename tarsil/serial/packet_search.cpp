@@ -1,5 +1,5 @@
-// Sixteen places at a time, so that a stream of garbage costs the same whether it is full of bytes that begin
-// a magic or has none. Vectors are the compiler's own, which every architecture has.
+// Sixteen places at a time, so that a stream of garbage costs about the same whether it is full of bytes that
+// begin a magic or has none. Vectors are the compiler's own, which every architecture has.
 #include "tarsil/serial/packet_search.h"
 
 #include <cstring>

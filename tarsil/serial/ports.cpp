@@ -39,9 +39,7 @@ class DirectoryReader {
   }
   DirectoryReader(const DirectoryReader&) = delete;
   DirectoryReader& operator=(const DirectoryReader&) = delete;
-  ~DirectoryReader() {
-    if (entries_ != nullptr) closedir(entries_);
-  }
+  ~DirectoryReader() { closedir(entries_); }
 
   /// The next name, valid until the next call; null behind the last.
   const char* next() {

@@ -147,7 +147,8 @@ void parse_replug(const Given& given, GloveConfig& config) {
   const auto seconds = seconds_in(first);
   const auto away = second ? seconds_in(away_text) : Replug{}.away;
   const auto times = times_text ? number_in(*times_text, std::uint64_t{0}, kNoLimit) : Replug{}.times;
-  if (!seconds || !away || !times) given.refuse("SECONDS[:AWAY[:TIMES]], times 0 to 1000000 seconds");
+  if (!seconds || !away || !times)
+    given.refuse("SECONDS[:AWAY[:TIMES]], up to 1000000 seconds and any number of times");
   config.replug = Replug{*seconds, *away, *times};
 }
 
