@@ -9,6 +9,7 @@
 #include "tests/end_to_end/tool.h"
 #include "tests/faults/faulty_tool.h"
 #include "tests/support/temp_directory.h"
+#include "tests/support/terminal.h"
 
 namespace tarsil::test {
 namespace {
@@ -87,6 +88,24 @@ TEST_F(ReplayFaults, of_memory_are_told) {
       expect_error(run, "Error: std::bad_alloc\n");
     });
   }
+}
+
+/// The message holds a name that has to be made visible first, which needs memory as well.
+TEST_F(ReplayFaults, of_memory_do_not_let_a_name_drive_the_terminal) {
+  Terminal terminal;
+  const std::string missing = directory_.file("a name that is long enough to need memory \x1b[31m.tsl");
+  ProcessOptions options = tool({"replay", missing});
+  options.error_path = terminal.path();
+  for (std::size_t number = 1, hits = 1; hits > 0; ++number) {
+    const FaultyRun run = run_with_faults(options, "memory:" + std::to_string(number) + ":ENOMEM:0");
+    EXPECT_EQ(run.finished.status, (ExitStatus{1, 0})) << run;
+    expect_clean(run);
+    hits = run.hits.at(0);
+    static_cast<void>(terminal.shown());  // so that the terminal has room
+  }
+  EXPECT_THAT(terminal.shown(), testing::HasSubstr("Error: std::bad_alloc\n"));
+  EXPECT_THAT(terminal.shown(), testing::HasSubstr("need memory ?[31m.tsl\n"));
+  EXPECT_THAT(terminal.shown(), testing::Not(testing::HasSubstr("\x1b")));
 }
 
 }  // namespace
