@@ -17,3 +17,6 @@
 #include "tarsil/serial/ports.h"
 #include "tarsil/serial/reconnecting_source.h"
 #include "tarsil/serial/serial_source.h"
+
+/// Everything that the library offers to programs.
+namespace tarsil {}

@@ -10,6 +10,7 @@ namespace tarsil {
 struct Marker {
   /// Seconds since the Unix epoch, on the same clock as Frame::t.
   double t = 0.0;
+  /// What happened; any text.
   std::string name = {};
   /// Free key-value pairs, keys in ascending byte order; may be empty.
   std::map<std::string, std::string> data = {};

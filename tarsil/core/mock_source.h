@@ -14,6 +14,7 @@ namespace tarsil {
 
 /// What a MockSource makes. The defaults are those of the tool's --mock.
 struct MockConfig {
+  /// Becomes DeviceInfo::serial.
   std::string serial = "MOCK-0001";
   /// 1 is right, 0 is left.
   std::int32_t side = 1;

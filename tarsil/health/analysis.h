@@ -31,10 +31,13 @@ struct HealthReport {
   std::vector<JointHealth> joints = {};
   /// Mean of the joints' scores; 1 without joints.
   float overall_score = 0.0F;
+  /// Number of frames given to the analysis, those without angles included.
   std::int32_t frames_analyzed = 0;
   /// Time of the analysis, seconds since the Unix epoch.
   double timestamp = 0.0;
+  /// Serial number of the glove (DeviceInfo::serial).
   std::string device_serial = {};
+  /// Its firmware version (DeviceInfo::firmware).
   std::string device_firmware = {};
 };
 

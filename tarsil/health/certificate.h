@@ -11,13 +11,17 @@ namespace tarsil {
 struct HttpResponse {
   /// Status code; 0 if there was no answer.
   std::int64_t status = 0;
+  /// The answer's content as it came, without the headers.
   std::string body = {};
 };
 
 /// What the service issues for a report.
 struct Certificate {
+  /// The certificate's number with the service; may be empty.
   std::string certificate_id = {};
+  /// Where it can be looked at.
   std::string certificate_url = {};
+  /// When it was issued, in the service's own words; may be empty.
   std::string issued_at = {};
 };
 

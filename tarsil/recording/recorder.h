@@ -20,11 +20,14 @@ namespace tarsil {
 /// the destructor.
 class Recorder {
  public:
+  /// The formats of a recording.
   enum class Format {
     tsl,   ///< one JSON object a line; the one that Replayer reads
     csv,   ///< one row a frame, for spreadsheets
     json,  ///< one document
   };
+  /// What a recording says about itself, by names of the caller's choice; Replayer understands "serial",
+  /// "side", "n_dofs", "n_pads" and "n_imu".
   using Metadata = std::map<std::string, std::string>;
 
   /// Opens the file; one of that name is replaced. A path without extension gets the format's own.

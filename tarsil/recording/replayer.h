@@ -44,6 +44,7 @@ class Replayer : public IDataSource {
 
   /// Seconds from the first frame to the last one; 0 with fewer than two.
   [[nodiscard]] double duration() const;
+  /// Frames in the recording.
   [[nodiscard]] std::size_t frame_count() const { return frames_.size(); }
   /// In file order.
   [[nodiscard]] const std::vector<Frame>& frames() const { return frames_; }
