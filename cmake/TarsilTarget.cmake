@@ -3,9 +3,12 @@
 
 function(tarsil_configure_target target)
   target_compile_features(${target} PUBLIC cxx_std_20)
+  # Sources are never put together, even where a surrounding project does that with its own: names that are private to
+  # one file may stand in another.
   set_target_properties(${target} PROPERTIES
     CXX_EXTENSIONS OFF
     POSITION_INDEPENDENT_CODE ON
+    UNITY_BUILD OFF
     RUNTIME_OUTPUT_DIRECTORY ${tarsil_BINARY_DIR}/bin)
   # Results are the same to the bit on every machine and at every optimisation level: no contraction into fused
   # multiply-adds, and no fast maths even where a surrounding project asks for it.
