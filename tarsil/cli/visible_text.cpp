@@ -3,7 +3,6 @@
 #include "tarsil/cli/visible_text.h"
 
 #include <algorithm>
-#include <cstddef>
 
 namespace tarsil::cli {
 
@@ -24,7 +23,18 @@ bool is_harmful_c0(unsigned char byte) {
   return (byte < 0x20 && byte != '\n' && byte != '\t') || byte == kDelete;
 }
 
-/// How many bytes the UTF-8 character at the front of `text` has; 0 if there is none of more than one byte.
+void append_visible(std::string& out, std::string_view bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    out += "\\x";
+    out += kDigits[byte >> 4U];
+    out += kDigits[byte & 0xFU];
+  }
+}
+
+}  // namespace
+
 std::size_t multibyte_length(std::string_view text) {
   const auto at = [&text](std::size_t index) {
     return index < text.size() ? static_cast<unsigned char>(text[index]) : 0U;
@@ -44,18 +54,6 @@ std::size_t multibyte_length(std::string_view text) {
   if (lead < 0xF0) return 3;
   return between(at(3), 0x80, 0xBF) ? 4 : 0;
 }
-
-void append_visible(std::string& out, std::string_view bytes) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    out += "\\x";
-    out += kDigits[byte >> 4U];
-    out += kDigits[byte & 0xFU];
-  }
-}
-
-}  // namespace
 
 bool may_hold_controls(std::string_view text) {
   return std::ranges::any_of(text, [](char c) {

@@ -1,6 +1,7 @@
 // Text from outside, made fit for a terminal.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -15,5 +16,8 @@ namespace tarsil::cli {
 /// as single bytes or in UTF-8. Line feeds, also those behind a carriage return, tabs and all else stay as
 /// they are.
 [[nodiscard]] std::string visible_text(std::string_view text);
+
+/// How many bytes the UTF-8 character at the front of `text` has; 0 if there is none of more than one byte.
+[[nodiscard]] std::size_t multibyte_length(std::string_view text);
 
 }  // namespace tarsil::cli
