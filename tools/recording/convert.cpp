@@ -15,7 +15,6 @@
 #include "tarsil/recording/recorder.h"
 #include "tools/recording/command_line.h"
 #include "tools/recording/commands.h"
-#include "tools/recording/interrupt.h"
 #include "tools/recording/output_file.h"
 #include "tools/recording/recording_lines.h"
 
@@ -126,7 +125,6 @@ int convert_command(Words words) {
   constexpr std::array kOptions{Option{.name = "--format", .takes_value = true}, Option{.name = "--force"}};
   const CommandLine line(words, kOptions, 2);
   const Recorder::Format format = chosen_format(line);
-  watch_for_interrupts();
   RecordingLines lines(line.file(0));
   OutputFile out(line.file(1), line.has("--force"), lines.file().status());
   const Tally tally =

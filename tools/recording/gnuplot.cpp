@@ -23,16 +23,39 @@ namespace {
 /// Settings that a user keeps for gnuplot are not for these pictures.
 constexpr const char* kWithoutUserSettings = "-d";
 
+/// Makes a pipe whose reader has gone a failed write. Unlike an ignored signal, a handled one is back at its
+/// default in the program that is started.
+void survive_broken_pipes() {
+  struct sigaction action {};
+  sigemptyset(&action.sa_mask);
+  action.sa_handler = [](int) {};
+  sigaction(SIGPIPE, &action, nullptr);
+}
+
+/// Takes signals again that this program has blocked.
+int unblock_signals(posix_spawnattr_t& attributes) {
+  sigset_t none;
+  sigemptyset(&none);
+  const int error = ::posix_spawnattr_setsigmask(&attributes, &none);
+  return error != 0 ? error : ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+}
+
 /// 0, or the error number.
 int start(pid_t& child, int input, int output) {
   posix_spawn_file_actions_t actions;
-  if (const int error = ::posix_spawn_file_actions_init(&actions); error != 0) return error;
-  int error = ::posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
+  posix_spawnattr_t attributes;
+  // Neither can fail in the C library that this is made for: they have nothing to get.
+  static_cast<void>(::posix_spawn_file_actions_init(&actions));
+  static_cast<void>(::posix_spawnattr_init(&attributes));
+  int error = unblock_signals(attributes);
+  if (error == 0) error = ::posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
   if (error == 0) error = ::posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
   std::string program = "gnuplot";
   std::string option = kWithoutUserSettings;
   const std::array<char*, 3> words{program.data(), option.data(), nullptr};
-  if (error == 0) error = ::posix_spawnp(&child, program.c_str(), &actions, nullptr, words.data(), environ);
+  if (error == 0)
+    error = ::posix_spawnp(&child, program.c_str(), &actions, &attributes, words.data(), environ);
+  ::posix_spawnattr_destroy(&attributes);
   ::posix_spawn_file_actions_destroy(&actions);
   return error;
 }
@@ -40,6 +63,7 @@ int start(pid_t& child, int input, int output) {
 }  // namespace
 
 Gnuplot::Gnuplot(int output) {
+  survive_broken_pipes();
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
     throw std::system_error(errno, std::generic_category(), "cannot start gnuplot");
@@ -76,7 +100,6 @@ void Gnuplot::run(std::string_view script) {
   int status = 0;
   while (::waitpid(child_, &status, 0) < 0) {
     if (errno != EINTR) throw std::system_error(errno, std::generic_category(), "cannot wait for gnuplot");
-    throw_if_interrupted();
   }
   child_ = -1;
   throw_if_interrupted();

@@ -1,41 +1,48 @@
-// A signal handler may touch little; this one touches one lock-free atomic.
+// A descriptor tells of the signals, which are blocked: none can slip in between asking and waiting, and get
+// lost.
 #include "tools/recording/interrupt.h"
 
-#include <atomic>
+#include <poll.h>
+#include <sys/signalfd.h>
+
+#include <array>
+#include <cerrno>
 #include <csignal>
+#include <system_error>
 
 namespace tarsil::recording_tool {
 
 namespace {
 
-std::atomic<bool> interrupted = false;
-static_assert(std::atomic<bool>::is_always_lock_free);
+/// -1 as long as nobody watches: poll(2) passes that over.
+int signals_descriptor = -1;
 
-extern "C" void note_interrupt(int) {
-  interrupted = true;
+void wait(int descriptor, int timeout) {
+  std::array<pollfd, 2> files{{{signals_descriptor, POLLIN, 0}, {descriptor, POLLIN, 0}}};
+  while (::poll(files.data(), files.size(), timeout) < 0) {
+    if (errno != EINTR) throw std::system_error(errno, std::generic_category(), "cannot wait");
+  }
+  if (files[0].revents != 0) throw Interrupted();
 }
-
-// Unlike an ignored signal, a handled one is back at its default in a program that is started.
-extern "C" void pass_over(int) {}
 
 }  // namespace
 
 void watch_for_interrupts() {
-  struct sigaction action {};
-  sigemptyset(&action.sa_mask);
-  action.sa_handler = pass_over;
-  sigaction(SIGPIPE, &action, nullptr);
-  action.sa_handler = note_interrupt;
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-    // What nohup or a script's background has switched off stays off.
-    struct sigaction before {};
-    sigaction(number, nullptr, &before);
-    if (before.sa_handler != SIG_IGN) sigaction(number, &action, nullptr);
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&signals, number);
+  signals_descriptor = ::signalfd(-1, &signals, SFD_CLOEXEC);
+  if (signals_descriptor < 0 || ::pthread_sigmask(SIG_BLOCK, &signals, nullptr) != 0) {
+    throw std::system_error(errno, std::generic_category(), "cannot receive signals");
   }
 }
 
 void throw_if_interrupted() {
-  if (interrupted) throw Interrupted();
+  wait(-1, 0);
+}
+
+void wait_for_input(int descriptor) {
+  wait(descriptor, -1);
 }
 
 }  // namespace tarsil::recording_tool

@@ -10,11 +10,14 @@ class Interrupted : public std::runtime_error {
   Interrupted() : std::runtime_error("interrupted") {}
 };
 
-/// From now on SIGINT, SIGTERM and SIGHUP set a flag and cut waiting reads short, and a reader that goes away
-/// is a failed write. Programs started from here take them as usual.
+/// From now on SIGINT, SIGTERM and SIGHUP wait until one of the functions below asks for them. Throws
+/// std::runtime_error if that is not possible.
 void watch_for_interrupts();
 
 /// Throws Interrupted if one of the signals has come.
 void throw_if_interrupted();
+
+/// Waits until `descriptor` can be read. Throws Interrupted if one of the signals comes first.
+void wait_for_input(int descriptor);
 
 }  // namespace tarsil::recording_tool

@@ -72,6 +72,7 @@ OutputFile::OutputFile(const std::string& path, bool replace, const struct stat&
 }
 
 void OutputFile::open_beside(bool exists, const struct stat& before) {
+  watch_for_interrupts();
   std::string name = target_ + ".XXXXXX";
   descriptor_ = ::mkostemp(name.data(), O_CLOEXEC);
   if (descriptor_ < 0) fail(errno);

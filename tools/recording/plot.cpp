@@ -12,7 +12,6 @@
 #include "tools/recording/command_line.h"
 #include "tools/recording/commands.h"
 #include "tools/recording/gnuplot.h"
-#include "tools/recording/interrupt.h"
 #include "tools/recording/output_file.h"
 #include "tools/recording/plot_columns.h"
 #include "tools/recording/plot_script.h"
@@ -25,7 +24,7 @@ namespace {
 constexpr unsigned kSmallest = 400;
 constexpr unsigned kLargest = 10000;
 /// The share of the picture that the panels take; the rest is for numbers and names.
-constexpr double kPanelShare = 0.76;
+constexpr double kPanelShare = 0.74;
 constexpr std::size_t kMostMarkers = 50;
 
 PictureFormat chosen_format(const CommandLine& line, const std::string& out) {
@@ -96,7 +95,6 @@ int plot_command(Words words) {
   const PictureFormat format = chosen_format(line, *path);
   const PictureSize size{pixels(line, "--width", PictureSize{}.width),
                          pixels(line, "--height", PictureSize{}.height)};
-  watch_for_interrupts();
   RecordingLines lines(line.file(0));
   OutputFile out(*path, line.has("--force"), lines.file().status());
   Gnuplot gnuplot(out.descriptor());

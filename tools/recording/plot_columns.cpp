@@ -1,5 +1,5 @@
-// Every frame goes into the column of its time; stretches lead from the frame before to the one that tells of
-// them.
+// Every frame goes into the column of its time. A silence lasts from the last fresh frame to the next one, a
+// gap from the frame before it to the one behind.
 #include "tools/recording/plot_columns.h"
 
 #include <algorithm>
@@ -77,9 +77,10 @@ void PlotColumns::add(const Frame& frame) {
     units_[i][column].add(length_of(frame.imu[i].acc));
   }
   const std::size_t from = begun_ ? previous_column_ : column;
-  if (frame.stale) mark(stale_, from, column);
+  if (frame.stale || previous_stale_) mark(stale_, from, column);
   if (begun_ && frame.seq > previous_seq_ && frame.seq - previous_seq_ > 1) mark(gap_, from, column);
   begun_ = true;
+  previous_stale_ = frame.stale;
   previous_seq_ = frame.seq;
   previous_column_ = column;
 }

@@ -75,6 +75,7 @@ class PlotColumns {
   std::vector<bool> stale_;
   std::vector<bool> gap_;
   bool begun_ = false;
+  bool previous_stale_ = false;
   std::uint64_t previous_seq_ = 0;
   std::size_t previous_column_ = 0;
 };

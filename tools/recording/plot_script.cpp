@@ -43,8 +43,8 @@ void append_settings(std::string& out, const PlotColumns& columns, PictureFormat
   out += "set datafile missing 'nan'\nset xrange [0:";
   append_number(out, end);
   out +=
-      "]\nset key outside right top\nset grid\nset lmargin at screen 0.08\n"
-      "set rmargin at screen 0.84\nset tmargin 1\nset bmargin 1.5\n";
+      "]\nset key outside right top samplen 2\nset grid\nset lmargin at screen 0.08\n"
+      "set rmargin at screen 0.82\nset format x '%g s'\nset tmargin 1\nset bmargin 1.5\n";
 }
 
 /// Shades stretches over the whole height of every panel.

@@ -9,7 +9,6 @@
 #include "tarsil/recording/format.h"
 #include "tools/recording/command_line.h"
 #include "tools/recording/commands.h"
-#include "tools/recording/interrupt.h"
 #include "tools/recording/output_file.h"
 #include "tools/recording/recording_lines.h"
 
@@ -79,7 +78,6 @@ std::string summary_of(const Tally& tally, std::uint64_t faults, const std::stri
 int recover_command(Words words) {
   constexpr std::array kOptions{Option{.name = "--force"}};
   const CommandLine line(words, kOptions, 2);
-  watch_for_interrupts();
   RecordingLines lines(line.file(0));
   OutputFile out(line.file(1), line.has("--force"), lines.file().status());
   const Tally tally = copy_whole_lines(lines, out, line.file(1));

@@ -92,11 +92,8 @@ bool TextLines::fill() {
     scanned_ -= begin_;
     begin_ = 0;
   }
-  ssize_t count = -1;
-  do {
-    throw_if_interrupted();
-    count = ::read(descriptor_, buffer_.data() + end_, kLongestLine - end_);
-  } while (count < 0 && errno == EINTR);
+  wait_for_input(descriptor_);
+  const ssize_t count = detail::read_some(descriptor_, buffer_.data() + end_, kLongestLine - end_);
   if (count < 0) refuse(path_, errno);
   end_ += static_cast<std::size_t>(count);
   return count > 0;
