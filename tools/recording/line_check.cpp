@@ -33,6 +33,11 @@ class Walk {
 
   [[nodiscard]] bool at_end() const { return at_ == end_; }
   [[nodiscard]] const char* at() const { return at_; }
+  [[nodiscard]] const char* end() const { return end_; }
+  /// Whether the line ends inside `text`.
+  [[nodiscard]] bool only_begins(std::string_view text) const {
+    return text.starts_with(std::string_view(at_, static_cast<std::size_t>(end_ - at_)));
+  }
 
   [[noreturn]] void refuse(std::string expected) const { refuse_at(at_, std::move(expected)); }
   [[noreturn]] void refuse_at(const char* place, std::string expected) const {
@@ -245,7 +250,9 @@ void check_rest(Walk& walk, CheckedLine& checked) {
     checked.type = LineType::marker;
     checked.marker = check_marker(walk);
   } else {
-    walk.refuse(R"("header", "frame" or "marker")");
+    const bool cut =
+        walk.only_begins(R"("header")") || walk.only_begins(R"("frame")") || walk.only_begins(R"("marker")");
+    walk.refuse_at(cut ? walk.end() : walk.at(), R"("header", "frame" or "marker")");
   }
   if (!walk.at_end()) walk.refuse("the end of the line");
 }

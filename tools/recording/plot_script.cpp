@@ -3,11 +3,12 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <cmath>
 #include <cstddef>
 #include <numbers>
 #include <string_view>
-
-#include "tarsil/core/number_text.h"
+#include <utility>
 
 namespace tarsil::recording_tool {
 
@@ -18,8 +19,12 @@ constexpr std::array<std::string_view, 4> kJoints{"MCP abduction", "MCP flexion"
 constexpr std::array<std::string_view, 5> kColours{"#0072b2", "#d55e00", "#009e73", "#cc79a7", "#e69f00"};
 constexpr double kDegrees = 180.0 / std::numbers::pi;
 
+/// Nine digits: times may span microseconds or, with a clock that was set, years.
 void append_number(std::string& out, double value) {
-  detail::append_fixed(out, value, 4);
+  std::array<char, 32> text;
+  const auto written =
+      std::to_chars(text.data(), text.data() + text.size(), value, std::chars_format::general, 9);
+  out.append(text.data(), written.ptr);
 }
 
 /// A text as gnuplot takes it. Only what can neither end the quotes nor mean anything inside them stays.
@@ -43,8 +48,8 @@ void append_settings(std::string& out, const PlotColumns& columns, PictureFormat
   out += "set datafile missing 'nan'\nset xrange [0:";
   append_number(out, end);
   out +=
-      "]\nset key outside right top samplen 2\nset grid\nset lmargin at screen 0.08\n"
-      "set rmargin at screen 0.82\nset format x '%g s'\nset tmargin 1\nset bmargin 1.5\n";
+      "]\nset key outside right top samplen 2\nset grid\nset lmargin 12\n"
+      "set rmargin 24\nset format x '%g s'\nset tmargin 1\nset bmargin 1.5\n";
 }
 
 /// Shades stretches over the whole height of every panel.
@@ -75,14 +80,43 @@ void append_marker_lines(std::string& out, const PlotTexts& texts) {
   }
 }
 
-using Channels = std::vector<const std::vector<Range>*>;
+/// A channel of a panel.
+struct Channel {
+  const std::vector<Range>* columns;
+  std::string name;
+};
+using Channels = std::vector<Channel>;
+
+bool has_values(const Channel& channel) {
+  return !std::ranges::all_of(*channel.columns, &Range::empty);
+}
+
+/// The values of all channels; with a little room around a single one.
+void append_value_range(std::string& out, const Channels& channels, double factor) {
+  Range all;
+  for (const Channel& channel : channels) {
+    for (const Range& range : *channel.columns) {
+      if (range.empty()) continue;
+      all.add(range.low);
+      all.add(range.high);
+    }
+  }
+  const double low = static_cast<double>(all.low) * factor;
+  const double high = static_cast<double>(all.high) * factor;
+  const double margin = high > low ? 0.05 * (high - low) : 0.05 * std::abs(high) + 0.01;
+  out += "set yrange [";
+  append_number(out, low - margin);
+  out += ':';
+  append_number(out, high + margin);
+  out += "]\n";
+}
 
 /// The time and a value of each channel, times `factor`.
 void append_row(std::string& out, const PlotColumns& columns, const Channels& channels, std::size_t column,
                 float Range::*value, double factor) {
   append_number(out, columns.time_of(column));
-  for (const auto* channel : channels) {
-    const Range& range = (*channel)[column];
+  for (const Channel& channel : channels) {
+    const Range& range = (*channel.columns)[column];
     out += ' ';
     if (range.empty()) {
       out += "nan";
@@ -97,11 +131,11 @@ void append_row(std::string& out, const PlotColumns& columns, const Channels& ch
 void append_lines(std::string& out, const PlotColumns& columns, const Channels& channels, double factor) {
   out += "$lines << EOD\n";
   for (std::size_t column = 0; column < columns.size(); ++column) {
-    const auto has_values = [column](const auto* channel) { return !(*channel)[column].empty(); };
-    const auto varies = [column](const auto* channel) {
-      return (*channel)[column].low < (*channel)[column].high;
+    const auto has_any = [column](const Channel& channel) { return !(*channel.columns)[column].empty(); };
+    const auto varies = [column](const Channel& channel) {
+      return (*channel.columns)[column].low < (*channel.columns)[column].high;
     };
-    if (std::ranges::any_of(channels, has_values)) {
+    if (std::ranges::any_of(channels, has_any)) {
       append_row(out, columns, channels, column, &Range::low, factor);
     }
     if (std::ranges::any_of(channels, varies)) {
@@ -111,32 +145,32 @@ void append_lines(std::string& out, const PlotColumns& columns, const Channels& 
   out += "EOD\n";
 }
 
-void append_line_panel(std::string& out, const PlotColumns& columns, const Channels& channels,
-                       const std::vector<std::string>& names, double factor, std::string_view label) {
+void append_line_panel(std::string& out, const PlotColumns& columns, Channels channels, double factor,
+                       std::string_view label) {
+  std::erase_if(channels, [](const Channel& channel) { return !has_values(channel); });
   if (channels.empty()) return;
   append_lines(out, columns, channels, factor);
+  append_value_range(out, channels, factor);
   out += "set ylabel " + quoted(label) + "\nplot ";
   for (std::size_t i = 0; i < channels.size(); ++i) {
     if (i > 0) out += ", ";
     out += "$lines using 1:" + std::to_string(i + 2) + " with lines linewidth 1 linecolor rgb '";
     out += kColours[i % kColours.size()];
-    out += "' title " + quoted(names[i]);
+    out += "' title " + quoted(channels[i].name);
   }
   // Names of markers stand in the first panel only.
-  out += "\nunset label\nunset title\n";
+  out += "\nunset label\n";
 }
 
 void append_finger_panels(std::string& out, const PlotColumns& columns) {
   for (std::size_t finger = 0; finger < kFingers.size(); ++finger) {
     Channels channels;
-    std::vector<std::string> names;
     for (std::size_t joint = 0; joint < kJoints.size(); ++joint) {
       const std::size_t index = finger * kJoints.size() + joint;
       if (index >= columns.extent().joints) break;
-      channels.push_back(&columns.joint(index));
-      names.emplace_back(kJoints[joint]);
+      channels.push_back({&columns.joint(index), std::string(kJoints[joint])});
     }
-    append_line_panel(out, columns, channels, names, kDegrees, std::string(kFingers[finger]) + " (deg)");
+    append_line_panel(out, columns, std::move(channels), kDegrees, std::string(kFingers[finger]) + " (deg)");
   }
 }
 
@@ -159,18 +193,16 @@ void append_pad_panel(std::string& out, const PlotColumns& columns) {
       "]\nset cbrange [0:1]\nset palette defined (0 'white', 0.5 'orange', 1 'dark-red')\nplot $pads matrix "
       "using (($1+0.5)*";
   const double end = columns.extent().duration() > 0.0 ? columns.extent().duration() : 1.0;
-  detail::append_fixed(out, end / static_cast<double>(columns.size()), 9);
-  out += "):2:3 with image notitle\nset yrange [*:*]\nunset colorbox\n";
+  append_number(out, end / static_cast<double>(columns.size()));
+  out += "):2:3 with image notitle\nunset colorbox\n";
 }
 
 void append_acceleration_panel(std::string& out, const PlotColumns& columns) {
   Channels channels;
-  std::vector<std::string> names;
   for (std::size_t unit = 0; unit < columns.extent().units; ++unit) {
-    channels.push_back(&columns.unit(unit));
-    names.push_back("unit " + std::to_string(unit));
+    channels.push_back({&columns.unit(unit), "unit " + std::to_string(unit)});
   }
-  append_line_panel(out, columns, channels, names, 1.0, "acceleration (g)");
+  append_line_panel(out, columns, std::move(channels), 1.0, "acceleration (g)");
 }
 
 std::size_t panel_count(const Extent& extent) {

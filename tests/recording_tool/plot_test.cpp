@@ -1,0 +1,165 @@
+// Pictures: that they are what they say, show what there is, and that nothing in a file becomes a command.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/recording/samples.h"
+#include "tests/recording_tool/sample_recording.h"
+#include "tests/support/temp_directory.h"
+#include "tools/recording/plot_columns.h"
+#include "tools/recording/plot_script.h"
+
+namespace tarsil::test {
+namespace {
+
+namespace fs = std::filesystem;
+using recording_tool::Extent;
+using recording_tool::PlotColumns;
+using recording_tool::PlotTexts;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::Pair;
+using testing::StartsWith;
+
+bool gnuplot_is_installed() {
+  return run({"sh", "-c", "command -v gnuplot"}).status == kDone;
+}
+
+class RecordingPlot : public testing::Test {
+ protected:
+  TempDirectory directory_;
+  std::string in_ = directory_.file("take.tsl");
+};
+
+TEST_F(RecordingPlot, draws_svg_that_a_parser_takes) {
+  if (!gnuplot_is_installed()) GTEST_SKIP() << "gnuplot is not installed";
+  write_file(in_, header_line() + frame_line(0) + marker_line(1) + frame_line(4) + frame_line(5, true) +
+                      frame_line(9));
+  const std::string out = directory_.file("take.svg");
+  const Finished plot = run_recording_tool({"plot", in_, "-o", out, "--width", "600", "--height", "500"});
+  EXPECT_EQ(plot.status, kDone) << plot.error;
+  EXPECT_EQ(plot.error, "");
+  const Finished parsed = run({TARSIL_SYSTEM_PYTHON, "-c",
+                               "import sys, xml.etree.ElementTree as tree\n"
+                               "root = tree.parse(sys.argv[1]).getroot()\n"
+                               "print(root.get('width'), root.get('height'), root.tag.split('}')[1])\n"
+                               "print(*sorted({e.text.strip() for e in root.iter() if e.text and "
+                               "e.text.strip()[:1].isalpha()}), sep='|')",
+                               out});
+  EXPECT_THAT(parsed.output, StartsWith("600 500 svg\n")) << parsed.error;
+  EXPECT_THAT(parsed.output, HasSubstr("MCP abduction"));
+  EXPECT_THAT(parsed.output, HasSubstr("acceleration (g)"));
+  EXPECT_THAT(parsed.output, HasSubstr("grasp"));
+  EXPECT_THAT(parsed.output, HasSubstr("take.tsl, 4 frames, 0.09 s"));
+}
+
+TEST_F(RecordingPlot, draws_png_of_the_size_that_was_asked_for) {
+  if (!gnuplot_is_installed()) GTEST_SKIP() << "gnuplot is not installed";
+  write_file(in_, small_recording(3) + "torn");
+  const std::string out = directory_.file("take");
+  const Finished plot =
+      run_recording_tool({"plot", in_, "--output=" + out, "--format", "png", "--width", "600"});
+  EXPECT_EQ(plot.status, kDone) << plot.error;
+  EXPECT_EQ(plot.error, "1 lines are damaged (tarsil-recording check tells where)\n");
+  const std::string bytes = read_file(out);
+  EXPECT_THAT(bytes, StartsWith("\x89PNG\r\n\x1a\n"));
+  EXPECT_EQ(bytes.substr(12, 12), std::string("IHDR\0\0\x02\x58\0\0\x06\x40", 12));
+  EXPECT_EQ(bytes.substr(bytes.size() - 8, 4), "IEND");
+}
+
+TEST_F(RecordingPlot, says_what_is_missing_without_gnuplot) {
+  write_file(in_, small_recording(3));
+  ProcessOptions options = recording_tool({"plot", in_, "-o", directory_.file("take.svg")});
+  options.environment["PATH"] = directory_.path();
+  const Finished plot = run(options);
+  EXPECT_EQ(plot.status, kFailed);
+  EXPECT_EQ(plot.error,
+            "tarsil-recording: gnuplot is not installed, which draws the pictures (Debian: gnuplot-nox)\n");
+  EXPECT_THAT(names_in(directory_.path()), ElementsAre("take.tsl"));
+}
+
+TEST_F(RecordingPlot, leaves_no_picture_when_gnuplot_fails) {
+  write_file(in_, small_recording(3));
+  const std::string fake = directory_.file("gnuplot");
+  write_file(fake, "#!/bin/sh\necho half a picture\nexit 3\n");
+  fs::permissions(fake, fs::perms::owner_all);
+  ProcessOptions options = recording_tool({"plot", in_, "-o", directory_.file("take.svg")});
+  options.environment["PATH"] = directory_.path().native() + ":/usr/bin:/bin";
+  const Finished plot = run(options);
+  EXPECT_EQ(plot.status, kFailed);
+  EXPECT_EQ(plot.error, "tarsil-recording: gnuplot could not draw the picture\n");
+  EXPECT_THAT(names_in(directory_.path()), ElementsAre("gnuplot", "take.tsl"));
+}
+
+TEST_F(RecordingPlot, of_no_frames_is_refused) {
+  write_file(in_, header_line());
+  ProcessOptions options = recording_tool({"plot", in_, "-o", directory_.file("take.svg")});
+  if (!gnuplot_is_installed()) GTEST_SKIP() << "gnuplot is not installed";
+  EXPECT_EQ(run(options).error, "tarsil-recording: there is no frame in " + in_ + "\n");
+  EXPECT_THAT(names_in(directory_.path()), ElementsAre("take.tsl"));
+}
+
+PlotColumns columns_of(const std::vector<Frame>& frames, std::size_t columns) {
+  Extent extent;
+  for (const Frame& frame : frames) extent.add(frame);
+  PlotColumns result(extent, columns);
+  for (const Frame& frame : frames) result.add(frame);
+  return result;
+}
+
+Frame frame_at(double t, std::uint64_t seq, float angle, bool stale = false) {
+  Frame frame = bare_frame(seq, t);
+  frame.q = {angle};
+  frame.stale = stale;
+  return frame;
+}
+
+TEST(PlotColumnsOfARecording, hold_the_smallest_and_the_largest_value) {
+  const PlotColumns columns =
+      columns_of({frame_at(10, 0, 3), frame_at(11, 1, 1), frame_at(12, 2, 2), frame_at(20, 3, 7)}, 5);
+  EXPECT_EQ(columns.joint(0)[0].low, 1.0F);
+  EXPECT_EQ(columns.joint(0)[0].high, 3.0F);
+  EXPECT_EQ(columns.joint(0)[1].low, 2.0F);
+  EXPECT_TRUE(columns.joint(0)[2].empty());
+  EXPECT_EQ(columns.joint(0)[4].high, 7.0F);
+  EXPECT_EQ(columns.time_of(0), 1.0);
+  EXPECT_EQ(columns.time_of(4), 9.0);
+}
+
+TEST(PlotColumnsOfARecording, know_gaps_and_silences) {
+  const PlotColumns columns = columns_of({frame_at(0, 0, 0), frame_at(1, 1, 0), frame_at(3, 1, 0, true),
+                                          frame_at(4, 2, 0), frame_at(6, 9, 0), frame_at(10, 10, 0)},
+                                         10);
+  EXPECT_THAT(columns.stale_stretches(), ElementsAre(Pair(1, 4)));
+  EXPECT_THAT(columns.gap_stretches(), ElementsAre(Pair(4, 6)));
+}
+
+TEST(PlotColumnsOfARecording, take_times_and_values_of_any_kind) {
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const PlotColumns columns = columns_of({frame_at(5, 0, nan), frame_at(static_cast<double>(nan), 1, 1),
+                                          frame_at(-1e300, 2, 1), frame_at(1e300, 3, 2)},
+                                         4);
+  EXPECT_EQ(columns.extent().frames, 3U);
+  EXPECT_EQ(columns.joint(0)[0].low, 1.0F);
+  EXPECT_EQ(columns.joint(0)[3].high, 2.0F);
+}
+
+TEST(PlotScript, takes_no_commands_from_a_file) {
+  const PlotColumns columns = columns_of({frame_at(0, 0, 0), frame_at(1, 1, 1)}, 10);
+  const PlotTexts texts{.title = "take'\nsystem('rm')`id`",
+                        .markers = {{0.5, "a'; load '|x' \"\\ $(id) @m"}}};
+  const std::string script =
+      plot_script(columns, texts, recording_tool::PictureFormat::svg, recording_tool::PictureSize{});
+  EXPECT_THAT(script, HasSubstr("title 'take??system(?rm?)?id?'\n"));
+  EXPECT_THAT(script, HasSubstr("set label 'a?? load ??x? ?? ?(id) ?m' at 0.5,graph"));
+  EXPECT_THAT(script, Not(HasSubstr("`")));
+}
+
+}  // namespace
+}  // namespace tarsil::test
