@@ -42,7 +42,7 @@ TEST_F(RecordingPlot, draws_svg_that_a_parser_takes) {
   write_file(in_, header_line() + frame_line(0) + marker_line(1) + frame_line(4) + frame_line(5, true) +
                       frame_line(9));
   const std::string out = directory_.file("take.svg");
-  const Finished plot = run_recording_tool({"plot", in_, "-o", out, "--width", "600", "--height", "500"});
+  const Finished plot = run_recording_tool({"plot", in_, "-o", out, "--width", "900", "--height", "800"});
   EXPECT_EQ(plot.status, kDone) << plot.error;
   EXPECT_EQ(plot.error, "");
   const Finished parsed = run({TARSIL_SYSTEM_PYTHON, "-c",
@@ -52,7 +52,7 @@ TEST_F(RecordingPlot, draws_svg_that_a_parser_takes) {
                                "print(*sorted({e.text.strip() for e in root.iter() if e.text and "
                                "e.text.strip()[:1].isalpha()}), sep='|')",
                                out});
-  EXPECT_THAT(parsed.output, StartsWith("600 500 svg\n")) << parsed.error;
+  EXPECT_THAT(parsed.output, StartsWith("900 800 svg\n")) << parsed.error;
   EXPECT_THAT(parsed.output, HasSubstr("MCP abduction"));
   EXPECT_THAT(parsed.output, HasSubstr("acceleration (g)"));
   EXPECT_THAT(parsed.output, HasSubstr("grasp"));
@@ -64,12 +64,12 @@ TEST_F(RecordingPlot, draws_png_of_the_size_that_was_asked_for) {
   write_file(in_, small_recording(3) + "torn");
   const std::string out = directory_.file("take");
   const Finished plot =
-      run_recording_tool({"plot", in_, "--output=" + out, "--format", "png", "--width", "600"});
+      run_recording_tool({"plot", in_, "--output=" + out, "--format", "png", "--width", "900"});
   EXPECT_EQ(plot.status, kDone) << plot.error;
   EXPECT_EQ(plot.error, "1 lines are damaged (tarsil-recording check tells where)\n");
   const std::string bytes = read_file(out);
   EXPECT_THAT(bytes, StartsWith("\x89PNG\r\n\x1a\n"));
-  EXPECT_EQ(bytes.substr(12, 12), std::string("IHDR\0\0\x02\x58\0\0\x06\x40", 12));
+  EXPECT_EQ(bytes.substr(12, 12), std::string("IHDR\0\0\x03\x84\0\0\x06\x40", 12));
   EXPECT_EQ(bytes.substr(bytes.size() - 8, 4), "IEND");
 }
 

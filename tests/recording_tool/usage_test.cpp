@@ -51,7 +51,7 @@ TEST(RecordingToolUsage, wrong_usage_is_refused_with_the_usage_on_standard_error
       {{"plot", "a"}, "tarsil-recording plot: --output is missing\n\nUsage: "},
       {{"plot", "a", "-o", "b.jpg"}, "tarsil-recording plot: 'b.jpg' ends neither in .svg nor in .png"},
       {{"plot", "a", "-o", "b.svg", "--width", "12x"},
-       "tarsil-recording plot: --width: '12x' is not a whole number from 400 to 10000\n\nUsage: "},
+       "tarsil-recording plot: --width: '12x' is not a whole number from 800 to 10000\n\nUsage: "},
   };
   for (const Case& wrong : cases) {
     const Finished refused = run_recording_tool(wrong.arguments);

@@ -21,10 +21,8 @@ namespace tarsil::recording_tool {
 
 namespace {
 
-constexpr unsigned kSmallest = 400;
+constexpr unsigned kSmallest = 800;
 constexpr unsigned kLargest = 10000;
-/// The share of the picture that the panels take; the rest is for numbers and names.
-constexpr double kPanelShare = 0.74;
 constexpr std::size_t kMostMarkers = 50;
 
 PictureFormat chosen_format(const CommandLine& line, const std::string& out) {
@@ -99,7 +97,7 @@ int plot_command(Words words) {
   OutputFile out(*path, line.has("--force"), lines.file().status());
   Gnuplot gnuplot(out.descriptor());
   FrameReader reader;
-  PlotColumns columns(extent_of(lines, reader), static_cast<std::size_t>(kPanelShare * size.width));
+  PlotColumns columns(extent_of(lines, reader), size.width - kLeftMargin - kRightMargin);
   const PlotTexts texts = fill(lines, reader, columns);
   gnuplot.run(plot_script(columns, texts, format, size));
   out.finish();

@@ -47,9 +47,11 @@ void append_settings(std::string& out, const PlotColumns& columns, PictureFormat
   const double end = columns.extent().duration() > 0.0 ? columns.extent().duration() : 1.0;
   out += "set datafile missing 'nan'\nset xrange [0:";
   append_number(out, end);
-  out +=
-      "]\nset key outside right top samplen 2\nset grid\nset lmargin 12\n"
-      "set rmargin 24\nset format x '%g s'\nset tmargin 1\nset bmargin 1.5\n";
+  out += "]\nset key outside right top samplen 2\nset grid\nset lmargin at screen ";
+  append_number(out, static_cast<double>(kLeftMargin) / size.width);
+  out += "\nset rmargin at screen ";
+  append_number(out, 1.0 - static_cast<double>(kRightMargin) / size.width);
+  out += "\nset format x '%g s'\nset tmargin 1\nset bmargin 1.5\n";
 }
 
 /// Shades stretches over the whole height of every panel.

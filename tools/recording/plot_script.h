@@ -21,6 +21,10 @@ struct PlotTexts {
   std::vector<Mark> markers;
 };
 
+// Pixels beside the panels: numbers on the left, names on the right.
+inline constexpr unsigned kLeftMargin = 100;
+inline constexpr unsigned kRightMargin = 190;
+
 struct PictureSize {
   unsigned width = 1200;
   unsigned height = 1600;
