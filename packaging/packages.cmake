@@ -60,6 +60,7 @@ What programs need that are linked with the shared library.")
   string(PREPEND CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
     "${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} (= ${PROJECT_VERSION}), ")
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/triggers)
 endif()
 
 include(CPack)
