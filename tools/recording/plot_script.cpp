@@ -47,7 +47,7 @@ void append_settings(std::string& out, const PlotColumns& columns, PictureFormat
   const double end = columns.extent().duration() > 0.0 ? columns.extent().duration() : 1.0;
   out += "set datafile missing 'nan'\nset xrange [0:";
   append_number(out, end);
-  out += "]\nset key outside right top samplen 2\nset grid\nset lmargin at screen ";
+  out += "]\nset key outside right top samplen 2 maxrows 5\nset grid\nset lmargin at screen ";
   append_number(out, static_cast<double>(kLeftMargin) / size.width);
   out += "\nset rmargin at screen ";
   append_number(out, 1.0 - static_cast<double>(kRightMargin) / size.width);
