@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "tarsil/core/file_io.h"
 #include "tools/recording/interrupt.h"
@@ -40,6 +41,17 @@ int unblock_signals(posix_spawnattr_t& attributes) {
   return error != 0 ? error : ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
 }
 
+/// This program's environment, but a locale whose numbers have a decimal point, like those in the script.
+std::vector<char*> environment_with(std::string& locale) {
+  std::vector<char*> variables;
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    if (!std::string_view(*variable).starts_with("LC_ALL=")) variables.push_back(*variable);
+  }
+  variables.push_back(locale.data());
+  variables.push_back(nullptr);
+  return variables;
+}
+
 /// 0, or the error number.
 int start(pid_t& child, int input, int output) {
   posix_spawn_file_actions_t actions;
@@ -52,9 +64,11 @@ int start(pid_t& child, int input, int output) {
   if (error == 0) error = ::posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
   std::string program = "gnuplot";
   std::string option = kWithoutUserSettings;
+  std::string locale = "LC_ALL=C";
+  const std::vector<char*> environment = environment_with(locale);
   const std::array<char*, 3> words{program.data(), option.data(), nullptr};
   if (error == 0)
-    error = ::posix_spawnp(&child, program.c_str(), &actions, &attributes, words.data(), environ);
+    error = ::posix_spawnp(&child, program.c_str(), &actions, &attributes, words.data(), environment.data());
   ::posix_spawnattr_destroy(&attributes);
   ::posix_spawn_file_actions_destroy(&actions);
   return error;
