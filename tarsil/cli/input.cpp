@@ -10,36 +10,13 @@
 #include <csignal>
 
 #include "tarsil/cli/output.h"
+#include "tarsil/cli/signals_held.h"
 #include "tarsil/core/file_io.h"
 
 namespace tarsil::cli {
 
-namespace {
-
-/// Holds SIGINT and SIGTERM back from this thread while it lives.
-class StopSignalsHeld {
- public:
-  StopSignalsHeld() {
-    sigset_t held;
-    sigemptyset(&held);
-    sigaddset(&held, SIGINT);
-    sigaddset(&held, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &held, &before_);
-  }
-  StopSignalsHeld(const StopSignalsHeld&) = delete;
-  StopSignalsHeld& operator=(const StopSignalsHeld&) = delete;
-  ~StopSignalsHeld() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
-  [[nodiscard]] const sigset_t& before() const { return before_; }
-
- private:
-  sigset_t before_{};
-};
-
-}  // namespace
-
 std::optional<std::string> ask(std::string_view question) {
-  const StopSignalsHeld held;
+  const SignalsHeld held({SIGINT, SIGTERM});
   write_output(question);
   std::string line;
   while (true) {

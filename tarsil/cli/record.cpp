@@ -1,4 +1,5 @@
 // tarsil record
+#include <csignal>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -9,6 +10,7 @@
 #include "tarsil/cli/open_device.h"
 #include "tarsil/cli/options.h"
 #include "tarsil/cli/output.h"
+#include "tarsil/cli/signals_held.h"
 #include "tarsil/cli/stop_flag.h"
 #include "tarsil/core/number_text.h"
 #include "tarsil/recording/recorder.h"
@@ -79,17 +81,27 @@ std::uint64_t record_frames(IDataSource& source, Recorder& recorder, std::int32_
   return gaps.dropped();
 }
 
-void print_summary(const Recorder& recorder, std::uint64_t dropped) {
-  std::string line = "Saved " + std::to_string(recorder.frames_written()) + " frames  ";
-  detail::append_fixed(line, recorder.duration(), 2);
-  write_output(line + " s\n");
-  if (dropped == 0) {
-    write_output("USB integrity: OK — no dropped hardware cycles.\n");
-    return;
-  }
+void warn_of_gaps(std::uint64_t dropped) {
   write_error("WARNING: " + std::to_string(dropped) +
               " hardware cycle(s) were dropped on the USB link during this recording (gaps in frame.seq).\n"
               "         The data is NOT complete. Check cabling / USB port / load.\n");
+}
+
+void print_summary(const Recorder& recorder, std::uint64_t dropped) {
+  std::string line = "Saved " + std::to_string(recorder.frames_written()) + " frames  ";
+  detail::append_fixed(line, recorder.duration(), 2);
+  try {
+    write_output(line + " s\n");
+  } catch (...) {
+    // The two go to different places: that nobody reads the one is no reason to keep the other back.
+    if (dropped > 0) warn_of_gaps(dropped);
+    throw;
+  }
+  if (dropped > 0) {
+    warn_of_gaps(dropped);
+  } else {
+    write_output("USB integrity: OK — no dropped hardware cycles.\n");
+  }
 }
 
 }  // namespace
@@ -111,6 +123,9 @@ int record_command(int count, const char* const* arguments) {
   const std::int32_t limit = std::stoi(option_or(options, "frames", "0"));
   const Recorder::Format format = chosen_format(option_or(options, "format", ""), path);
   const Device device = open_device(options, false, kQueueDepth);
+  // Whoever reads the messages may leave before the last of them. That ends the program as it ends any other,
+  // but not before the recorder is gone: it writes a json document as the last thing it does.
+  const SignalsHeld held({SIGPIPE});
   Recorder recorder(path, format, session_metadata(count, arguments, options, device.info()));
   write_output(opening_line(path, format, limit));
   const std::uint64_t dropped = record_frames(*device.source(), recorder, limit);

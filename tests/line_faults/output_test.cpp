@@ -169,5 +169,21 @@ TEST(Outputs, that_lose_the_warning_leave_the_recording_complete) {
   EXPECT_EQ(read_tsl(read_file(path)).frames.size(), 50U);
 }
 
+/// `tarsil record … | head -1`: the program ends as a pipe's writer does, but not before all that it owes the
+/// recording and the user.
+TEST(Outputs, that_lose_their_reader_before_the_summary_cost_neither_document_nor_warning) {
+  const TempDirectory directory;
+  const std::string path = directory.file("take.json");
+  const VirtualGlove glove({.faults = {{.kind = virtual_glove::FaultKind::lost_cycles, .rate = 0.5}}});
+  ProcessOptions options = tool({"record", path, "--frames", "50", "--port", glove.port()});
+  options.in_child = [] { ::signal(SIGPIPE, SIG_DFL); };
+  Process record(options);
+  ASSERT_TRUE(record.wait_for_output("Recording to"));
+  record.close_output();
+  EXPECT_EQ(record.wait(), (ExitStatus{-1, SIGPIPE}));
+  EXPECT_THAT(record.error(), HasSubstr("WARNING: "));
+  EXPECT_EQ(read_json(read_file(path)).frames.size(), 50U);
+}
+
 }  // namespace
 }  // namespace tarsil::test
