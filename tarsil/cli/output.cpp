@@ -18,13 +18,19 @@ namespace tarsil::cli {
 
 namespace {
 
+/// A program that shares the terminal or pipe may have set it not to wait: a slow reader is no error for
+/// that. 0, or the number of the error.
+int write_patiently(int descriptor, std::string_view text) {
+  return detail::write_all(descriptor, text, detail::WhenFull::wait);
+}
+
 /// Writes for whoever reads there: a terminal gets no control characters, anything else gets every byte.
 /// 0, or the number of the error.
 int write_for_reader(int descriptor, std::string_view text) {
   if (may_hold_controls(text) && ::isatty(descriptor) != 0) {
-    return detail::write_all(descriptor, visible_text(text));
+    return write_patiently(descriptor, visible_text(text));
   }
-  return detail::write_all(descriptor, text);
+  return write_patiently(descriptor, text);
 }
 
 /// For when there is no memory for the visible form: a question mark stands for each byte that might be a
@@ -34,7 +40,7 @@ void write_masked(int descriptor, std::string_view text) {
   while (!text.empty()) {
     const std::string_view now = text.substr(0, piece.size());
     std::ranges::transform(now, piece.begin(), [](char c) { return may_hold_controls({&c, 1}) ? '?' : c; });
-    static_cast<void>(detail::write_all(descriptor, {piece.data(), now.size()}));
+    static_cast<void>(write_patiently(descriptor, {piece.data(), now.size()}));
     text.remove_prefix(now.size());
   }
 }
@@ -60,7 +66,7 @@ void write_output(std::string_view text) {
 }
 
 void write_screen(std::string_view text) {
-  throw_on_error(detail::write_all(STDOUT_FILENO, text));
+  throw_on_error(write_patiently(STDOUT_FILENO, text));
 }
 
 void write_error(std::string_view text) {

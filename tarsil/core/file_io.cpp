@@ -2,6 +2,7 @@
 #include "tarsil/core/file_io.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -24,13 +25,25 @@ ssize_t read_some(int descriptor, void* space, std::size_t size) {
   return count;
 }
 
-int write_all(int descriptor, std::string_view bytes) {
+namespace {
+
+/// Whether there is room again in a descriptor that had none and is set not to wait for it.
+bool wait_for_room(int descriptor) {
+  pollfd polled{descriptor, POLLOUT, 0};
+  return ::poll(&polled, 1, -1) >= 0 || errno == EINTR;
+}
+
+}  // namespace
+
+int write_all(int descriptor, std::string_view bytes, WhenFull when_full) {
   while (!bytes.empty()) {
     const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
     if (written > 0) {
       bytes.remove_prefix(static_cast<std::size_t>(written));
     } else if (written == 0) {
       return EIO;  // some file systems in user space do this; asking again could go on for ever
+    } else if (errno == EAGAIN && when_full == WhenFull::wait) {
+      if (!wait_for_room(descriptor)) return errno;
     } else if (errno != EINTR) {
       return errno;
     }

@@ -1,9 +1,12 @@
 // Every command with a standard output that takes nothing: it fails with a message and status 1, or ends as a
 // pipe's writer does, and nothing that was meant for the screen goes anywhere else.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <fstream>
@@ -183,6 +186,32 @@ TEST(Outputs, that_lose_their_reader_before_the_summary_cost_neither_document_no
   EXPECT_EQ(record.wait(), (ExitStatus{-1, SIGPIPE}));
   EXPECT_THAT(record.error(), HasSubstr("WARNING: "));
   EXPECT_EQ(read_json(read_file(path)).frames.size(), 50U);
+}
+
+/// A reader that comes late costs nothing, also where another program has set the pipe not to wait.
+TEST(Outputs, that_must_not_wait_get_every_row_all_the_same) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+  ASSERT_EQ(::fcntl(ends[1], F_SETFL, O_NONBLOCK), 0);
+  ProcessOptions options = tool({"stream", "--mock", "--raw", "--hz", "100000", "--count", "5000"});
+  options.in_child = [full_soon = ends[1]] { ::dup2(full_soon, STDOUT_FILENO); };
+  Process stream(options);
+  const auto is_full = [&] {
+    pollfd polled{ends[1], POLLOUT, 0};
+    return ::poll(&polled, 1, 0) == 0;
+  };
+  ASSERT_TRUE(eventually(is_full));
+  ::close(ends[1]);
+  std::string rows;
+  std::array<char, 4096> piece{};
+  for (ssize_t count = 1; count > 0;
+       rows.append(piece.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)))) {
+    count = ::read(ends[0], piece.data(), piece.size());
+  }
+  ::close(ends[0]);
+  EXPECT_EQ(stream.wait(), (ExitStatus{0, 0}));
+  EXPECT_EQ(stream.error(), "");
+  EXPECT_EQ(std::ranges::count(rows, '\n'), 2 + 5000);  // the heading, the rows
 }
 
 }  // namespace
