@@ -14,6 +14,7 @@
 #include "tarsil/serial/port_scan.h"
 #include "tarsil/serial/serial_source.h"
 #include "tests/end_to_end/tool.h"
+#include "tests/end_to_end_health/scripted_source.h"
 #include "tests/recording/samples.h"
 #include "tests/recording_tool/sample_recording.h"
 #include "tests/support/temp_directory.h"
@@ -69,6 +70,38 @@ class TroubleshootingPage : public testing::Test {
     note(tool({"record", "none.tsl", "--port", "missing"}));
   }
 
+  /// What the commands make of the empty frames that a source repeats while it waits for its glove.
+  void note_waiting() {
+    const std::vector<std::vector<std::string>> commands{
+        {"stream"}, {"doctor"}, {"health", "--frames", "10"}};
+    for (const std::int32_t joints : {0, 20}) {
+      SourceScript waiting;
+      waiting.frame = [](int) {
+        Frame frame;
+        frame.stale = true;
+        return frame;
+      };
+      waiting.info = [joints](int) {
+        DeviceInfo info;
+        info.n_dofs = joints;
+        return info;
+      };
+      for (const auto& command : commands) {
+        const Finished finished = run_with_source(waiting, command).finished;
+        printed_ += finished.output + finished.error;
+      }
+    }
+  }
+
+  void note_lost_glove() {
+    virtual_glove::VirtualGlove glove;
+    SerialSource source({.port = glove.port()});
+    glove.unplug();
+    printed_ += reported([&] {
+      while (true) static_cast<void>(source.read_frame());
+    });
+  }
+
   void note_recordings() {
     const virtual_glove::VirtualGlove glove(
         {.hz = 2000, .faults = {{.kind = virtual_glove::FaultKind::lost_cycles, .rate = 0.2}}});
@@ -92,11 +125,13 @@ class TroubleshootingPage : public testing::Test {
     ProcessOptions health = tool({"health", "--mock", "--hz", "1000", "--frames", "20", "--upload"});
     health.environment = {{"TARSIL_SERVER_URL", "http://127.0.0.1:1/"}, {"no_proxy", "127.0.0.1"}};
     note(health);
-    // What a connection to a stranger's server fails with is tested with the upload; here it is its text that
-    // counts.
-    printed_ += "Upload failed: Network error: ";
-    printed_ += curl_easy_strerror(CURLE_PEER_FAILED_VERIFICATION);
-    printed_ += "\n";
+    // What a connection to a stranger's server fails with is tested with the upload, and a name that does not
+    // exist takes a network to look it up; here it is their texts that count.
+    for (const CURLcode error : {CURLE_PEER_FAILED_VERIFICATION, CURLE_COULDNT_RESOLVE_HOST}) {
+      printed_ += "Upload failed: Network error: ";
+      printed_ += curl_easy_strerror(error);
+      printed_ += "\n";
+    }
   }
 
   TempDirectory directory_;
@@ -105,10 +140,12 @@ class TroubleshootingPage : public testing::Test {
 
 TEST_F(TroubleshootingPage, quotes_what_is_printed) {
   note_missing_gloves();
+  note_waiting();
+  note_lost_glove();
   note_recordings();
   note_uploads();
   const std::vector<std::string> texts = quoted_texts();
-  EXPECT_GE(texts.size(), 16U);
+  EXPECT_GE(texts.size(), 22U);
   for (const std::string& text : texts) {
     EXPECT_NE(printed_.find(text), std::string::npos) << text << "\nis not in\n" << printed_;
   }
@@ -121,7 +158,7 @@ TEST_F(TroubleshootingPage, leads_to_sections_that_are_there) {
     if (line.starts_with("## ")) headings += line + "\n";
     if (line.starts_with("- [")) links.push_back(line.substr(3, line.find(']') - 3));
   }
-  EXPECT_EQ(links.size(), 11U);
+  EXPECT_EQ(links.size(), 13U);
   for (const std::string& link : links)
     EXPECT_NE(headings.find("## " + link + "\n"), std::string::npos) << link;
 }
