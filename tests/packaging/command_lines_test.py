@@ -36,6 +36,28 @@ def said(text):
     return sorted((name, bool(value)) for _, name, value in OPTION_LINE.findall(text))
 
 
+def facts(text):
+    """The limits and the default that a text about an option states: {"limits": ["800 to 10000"], "default": "1200"}."""
+    stated = {"limits": re.findall(r"[0-9.]+ to [0-9.]+", text)}
+    default = re.search(r"\(default:? ([^ )]+)|[,;] ([^ ,;]+) by default", text)
+    if default:
+        stated["default"] = (default.group(1) or default.group(2)).rstrip(".")
+    return stated
+
+
+def facts_said(text):
+    """What a usage text states about each option, up to the next one or an empty line."""
+    found = {}
+    for paragraph in text.split("\n\n"):
+        for part in re.split(r"^(?= +(?:-\w, )?--[a-z])", paragraph, flags=re.MULTILINE):
+            option = OPTION_LINE.match(part) if part.lstrip().startswith("-") else None
+            if option:
+                stated = facts(re.sub(r"\s+", " ", part[option.end():]))
+                found.setdefault(option.group(2), {"limits": []})["limits"] += stated.pop("limits")
+                found[option.group(2)].update(stated)
+    return found
+
+
 def meant(options):
     return sorted((option["name"], "value" in option) for option in options if isinstance(option, dict))
 
@@ -75,6 +97,38 @@ class UsageTexts(unittest.TestCase):
         self.assertEqual(commands, [command["name"] for command in program["commands"]])
         for command in program["commands"]:
             self.assertEqual(said(usage("tarsil-recording", command["name"])), meant(command["options"]))
+
+
+class Numbers(unittest.TestCase):
+    """Limits and defaults of options are the same on both sides. A default that is no number has words of its own there."""
+
+    def compare(self, text, options, least):
+        said_of, compared = facts_said(text), 0
+        for option in (option for option in options if isinstance(option, dict)):
+            there, here = said_of[option["name"]], facts(option["summary"])
+            with self.subTest(option["name"]):
+                self.assertEqual(here["limits"], there["limits"])
+                if "default" in here and "default" in there:
+                    self.assertEqual(here["default"], there["default"])
+            compared += len(here["limits"]) + ("default" in here and "default" in there)
+        self.assertGreaterEqual(compared, least)
+
+    def test_of_the_tool(self):
+        program = listed()["tarsil"]
+        text, common = usage("tarsil").split("Common flags (stream / record / health / doctor):")
+        blocks = re.split(r"^  (?=[a-z])", text, flags=re.MULTILINE)[1:]
+        for block, command in zip(blocks, program["commands"]):
+            self.compare(block, command["options"], 1 if command["name"] in ("replay", "health") else 0)
+        self.compare(common, program["shared"]["source"], 1)
+
+    def test_of_the_virtual_glove(self):
+        self.compare(usage("tarsil-virtual-glove"), listed()["tarsil-virtual-glove"]["options"], 10)
+
+    @unittest.skipUnless("tarsil-recording" in BINARIES, "tarsil-recording is not part of this build")
+    def test_of_the_recording_tool(self):
+        for command in listed()["tarsil-recording"]["commands"]:
+            self.compare(usage("tarsil-recording", command["name"]), command["options"],
+                         4 if command["name"] == "plot" else 0)
 
 
 class Manuals(unittest.TestCase):
