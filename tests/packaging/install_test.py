@@ -116,3 +116,6 @@ class InstalledTree(unittest.TestCase):
 
 if __name__ == "__main__":
     unittest.main(argv=sys.argv[:1])
+        # What a static library needs is for every program to link.
+        is_static = (self.library / "libtarsil.a").exists()
+        self.assertEqual(("-lcurl" in flags, "-pthread" in flags), (is_static, is_static))
