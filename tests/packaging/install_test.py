@@ -6,6 +6,7 @@ Usage: install_test.py CMAKE BUILD COMPILER VERSION
 import concurrent.futures
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -83,6 +84,17 @@ class InstalledTree(unittest.TestCase):
         self.assertIn("tarsil/README.md", documents)
         self.assertIn("tarsil/docs/recording-formats.md", documents)
 
+    def test_every_link_of_a_document_leads_to_a_file(self):
+        links = []
+        for path in (self.tree / "share" / "doc").rglob("*.md"):
+            for link in re.findall(r"\]\(([^)]+)\)", path.read_text(encoding="utf-8")):
+                file = link.partition("#")[0]
+                if file and not re.match(r"[a-z]+:", file):
+                    links.append(link)
+                    self.assertTrue((path.parent / file).exists(), f"{path}: {link}")
+        self.assertIn("docs/images/recording.svg", links)
+        self.assertIn("../CONTRIBUTING.md", links)
+
     def test_names_neither_the_sources_nor_the_build(self):
         for path in self.tree.rglob("*"):
             if path.is_file() and path.suffix in (".cmake", ".pc", ".h"):
@@ -112,10 +124,10 @@ class InstalledTree(unittest.TestCase):
         self.assertIn(str(self.tree / "include"), [os.path.normpath(f[2:]) for f in flags if f.startswith("-I")])
         self.assertIn(str(self.library), [os.path.normpath(f[2:]) for f in flags if f.startswith("-L")])
         self.assertIn("-ltarsil", flags)
+        # What a static library needs is for every program to link.
+        is_static = (self.library / "libtarsil.a").exists()
+        self.assertEqual(("-lcurl" in flags, "-pthread" in flags), (is_static, is_static))
 
 
 if __name__ == "__main__":
     unittest.main(argv=sys.argv[:1])
-        # What a static library needs is for every program to link.
-        is_static = (self.library / "libtarsil.a").exists()
-        self.assertEqual(("-lcurl" in flags, "-pthread" in flags), (is_static, is_static))
