@@ -1,15 +1,16 @@
 """What the shared library shows is what tarsil/exports.map names, no more and no less.
 
-Usage: exports_test.py NM LIBRARY
+Usage: exports_test.py NM READELF LIBRARY VERSION
 """
 
+import os
 import pathlib
 import re
 import subprocess
 import sys
 import unittest
 
-NM, LIBRARY = sys.argv[1:3]
+NM, READELF, LIBRARY, VERSION = sys.argv[1:5]
 MAP = pathlib.Path(__file__).resolve().parents[2] / "tarsil" / "exports.map"
 
 
@@ -30,6 +31,15 @@ class Exports(unittest.TestCase):
                               timeout=60).stdout.splitlines()
         symbols = {plain(row.split(" ", 2)[2]) for row in rows if row.split(" ", 2)[1] != "A"}
         self.assertEqual(symbols, listed)
+
+    def test_bear_the_minor_version_as_the_library_does(self):
+        interface = ".".join(VERSION.split(".")[:2])
+        rows = subprocess.run([NM, "-D", "--defined-only", LIBRARY], check=True, capture_output=True, text=True,
+                              timeout=60).stdout.splitlines()
+        self.assertEqual({row.partition("@@")[2] for row in rows if " A " not in row}, {f"TARSIL_{interface}"})
+        dynamic = subprocess.run([READELF, "-d", LIBRARY], check=True, capture_output=True, text=True, timeout=60,
+                                 env={**os.environ, "LC_ALL": "C"}).stdout
+        self.assertIn(f"Library soname: [libtarsil.so.{interface}]", dynamic)
 
     def test_know_nothing_private(self):
         rows = subprocess.run([NM, "-D", "--defined-only", "-C", LIBRARY], check=True, capture_output=True, text=True,
