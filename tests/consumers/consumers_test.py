@@ -145,8 +145,13 @@ class IncludedSources(Consumer):
                   "CMAKE_CXX_FLAGS=-g0", "CMAKE_UNITY_BUILD=ON", "CMAKE_EXPORT_COMPILE_COMMANDS=ON")
         compile_target(cls.build, "program")
 
-    def test_make_a_program(self):
-        self.expect_output(self.build / "program")
+    def test_make_a_program_either_way(self):
+        # Both ways have the same objects, so that the second is little more than a link.
+        for shared in ("OFF", "ON"):
+            configure(pathlib.Path(__file__).parent / "included", self.build, f"BUILD_SHARED_LIBS={shared}")
+            compile_target(self.build, "program")
+            self.expect_output(self.build / "program")
+            self.assertEqual("libtarsil.so.0.3" in run("ldd", self.build / "program"), shared == "ON")
 
     def test_bring_no_tests(self):
         tests = json.loads(run("ctest", "--test-dir", self.build, "--show-only=json-v1"))["tests"]
