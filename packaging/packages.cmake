@@ -25,7 +25,8 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_RECOMMENDS tarsil-udev)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SUGGESTS "tarsil-doc, gnuplot-nox")
 set(CPACK_DEBIAN_TOOL_DESCRIPTION "tools for the Tarsil sensor glove
 Finds gloves, shows their data live, records sessions and plays them back, and
-checks the joint sensors. With a virtual glove, to try it without hardware.")
+checks the joint sensors. Looks at, mends, converts and draws recordings. With
+a virtual glove, to try it without hardware.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libtarsil-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
@@ -47,8 +48,8 @@ set(CPACK_DEBIAN_DOC_PACKAGE_NAME tarsil-doc)
 set(CPACK_DEBIAN_DOC_PACKAGE_SECTION doc)
 set(CPACK_DEBIAN_DOC_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_DOC_DESCRIPTION "documentation of the Tarsil sensor glove's tools and library
-The wire protocol, the recording formats, the health check, and how the
-library works inside.")
+The wire protocol, the recording formats, the health check, what to do when
+something does not work, how the library works inside, and examples.")
 
 if(BUILD_SHARED_LIBS)
   list(APPEND CPACK_COMPONENTS_ALL library)
