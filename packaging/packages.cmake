@@ -61,7 +61,12 @@ What programs need that are linked with the shared library.")
   string(PREPEND CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
     "${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} (= ${PROJECT_VERSION}), ")
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-  set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/triggers)
+  # The package's name changes with the interface; no later version of it has less.
+  set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+  # The trigger is all that it takes. Scripts that call ldconfig as well come with every library unless there are others:
+  # these names stand for no files.
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/triggers
+    ${CMAKE_CURRENT_LIST_DIR}/debian/none/postinst ${CMAKE_CURRENT_LIST_DIR}/debian/none/postrm)
 endif()
 
 include(CPack)

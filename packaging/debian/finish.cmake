@@ -16,6 +16,12 @@ foreach(component ${CPACK_COMPONENTS_ALL})
     DESTINATION ${documents})
   compress(${documents}/changelog)
 
+  # An older libcurl has all symbols, but not all options that are set.
+  if(CPACK_DEBIAN_${key}_PACKAGE_SHLIBDEPS)
+    file(COPY ${CPACK_TARSIL_DEBIAN_DIRECTORY}/shlibs.local
+      DESTINATION ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${component}/debian)
+  endif()
+
   file(GLOB pages ${usr}/share/man/man*/*)
   if(pages)
     compress(${pages})
