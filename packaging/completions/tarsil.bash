@@ -1,8 +1,40 @@
 # Completion of tarsil in bash.
 # Written by scripts/command-lines from packaging/command_lines.json.
 
+# The words up to the cursor. The shell has taken them apart at colons, equals signs and the like, and replaces the last
+# piece only: already is what stands before that.
+_tarsil_words() {
+  local rest="$COMP_LINE" before="" piece index
+  words=() already=""
+  for ((index = 0; index <= COMP_CWORD; ++index)); do
+    piece="${COMP_WORDS[index]}"
+    if [[ "$rest" != [[:space:]]* && ("$before" == *[:=@] || "$piece" == [:=@]*) ]] && ((index > 0)); then
+      already="${words[-1]}"
+      words[-1]+="$piece"
+    else
+      already=""
+      words+=("$piece")
+    fi
+    [[ "$piece" == *[!:=@]* ]] || already="${words[-1]}"
+    rest="${rest#"${rest%%[![:space:]]*}"}"
+    rest="${rest#"$piece"}"
+    before="$piece"
+  done
+}
+
+# Without quotes, and without what the shell does not replace.
+_tarsil_trim() {
+  local index word
+  already=${already//[\\\"\']/}
+  for index in "${!COMPREPLY[@]}"; do
+    word="$prefix${COMPREPLY[index]}"
+    COMPREPLY[index]="${word#"$already"}"
+    [[ -n "${COMPREPLY[index]}" ]] || unset "COMPREPLY[index]"
+  done
+}
+
 _tarsil_files() {
-  local typed="$1" extension
+  local typed=${1//[\\\"\']/} extension
   shift
   compopt -o filenames
   mapfile -t COMPREPLY < <(
@@ -24,16 +56,15 @@ _tarsil_ports() {
   ((${#COMPREPLY[@]} > 0)) || _tarsil_files "$1"
 }
 
-_tarsil() {
-  local current="${COMP_WORDS[COMP_CWORD]}" previous="${COMP_WORDS[COMP_CWORD - 1]}"
-  COMPREPLY=()
-  if ((COMP_CWORD == 1)); then
-    local words="devices doctor stream record replay health"
-    [[ "$current" != -* ]] || words="-h --help"
-    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+_tarsil_candidates() {
+  local current="${words[-1]}" previous="${words[-2]}"
+  if ((${#words[@]} == 2)); then
+    local names="devices doctor stream record replay health"
+    [[ "$current" != -* ]] || names="-h --help"
+    mapfile -t COMPREPLY < <(compgen -W "$names" -- "$current")
     return
   fi
-  local command="${COMP_WORDS[1]}"
+  local command="${words[1]}"
   case "$command $previous" in
     "doctor --port" | "stream --port" | "record --port" | "health --port")
       _tarsil_ports "$current"
@@ -71,12 +102,21 @@ _tarsil() {
       options="--frames --upload --port --mock --hz"
       ;;
   esac
-  local given=$((COMP_CWORD - 2))
+  local given=$((${#words[@]} - 3))
   if [[ "$current" != -* && -n "${files[given]:-}" ]]; then
     # The extensions of one kind of file are words of their own.
     _tarsil_files "$current" ${files[given]}
     return
   fi
   mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
+}
+
+_tarsil() {
+  local -a words
+  local already prefix=""
+  COMPREPLY=()
+  _tarsil_words
+  _tarsil_candidates
+  _tarsil_trim
 }
 complete -F _tarsil tarsil

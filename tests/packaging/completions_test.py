@@ -88,6 +88,15 @@ class Completions:
         self.assertEqual(self.offered("tarsil-recording info --json g"), ["grip.tsl"])
         self.assertEqual(self.offered("tarsil-recording plot grip.tsl --output "), ["sessions"])
 
+    def test_offers_values_behind_an_equals_sign(self):
+        self.assertEqual(self.offered("tarsil-recording convert --format=c"), ["--format=csv"])
+        self.assertEqual(self.offered("tarsil-recording plot grip.tsl --format=p"), ["--format=png"])
+        self.assertEqual(self.offered("tarsil-recording plot --output=ses"), ["--output=sessions"])
+
+    def test_offers_files_behind_two_dashes(self):
+        self.assertEqual(self.offered("tarsil-recording info -- g"), ["grip.tsl"])
+        self.assertEqual(self.offered("tarsil-recording convert -- grip.tsl grip.c"), ["grip.csv"])
+
     def test_offers_the_ports_that_exist(self):
         command = [*ISOLATED, "sh", "-c", DEVICES, "devices", self.directory.name]
         os.mkdir(os.path.join(self.directory.name, "dev"))
@@ -113,6 +122,31 @@ class TypedCompletions(Completions):
         pathlib.Path(self.directory.name, "two hands.tsl").touch()
         self.assertEqual(self.shell.arguments("tarsil replay two\t"), ["replay", "two hands.tsl"])
 
+    def test_completes_names_that_begin_with_a_dash_behind_two(self):
+        pathlib.Path(self.directory.name, "-odd.tsl").touch()
+        self.assertEqual(self.shell.arguments("tarsil-recording info -- -\t"), ["info", "--", "-odd.tsl"])
+
+    def test_completes_names_with_colons(self):
+        for name in ["left:1.tsl", "left:2.tsl", "right:1.tsl", "pci-0000:00:14.0-port0"]:
+            pathlib.Path(self.directory.name, name).touch()
+        pathlib.Path(self.directory.name, "a:b").mkdir()
+        pathlib.Path(self.directory.name, "a:b", "c:d e.tsl").touch()
+        for line, words in [("tarsil replay right:\t", ["replay", "right:1.tsl"]),
+                            ("tarsil replay ri\t", ["replay", "right:1.tsl"]),
+                            ("tarsil replay left:2\t", ["replay", "left:2.tsl"]),
+                            ("tarsil replay le\t2\t", ["replay", "left:2.tsl"]),
+                            ("tarsil replay a:b/c:\t", ["replay", "a:b/c:d e.tsl"]),
+                            ("tarsil stream --port pci-0000:0\t", ["stream", "--port", "pci-0000:00:14.0-port0"]),
+                            ("tarsil-recording info right:\t", ["info", "right:1.tsl"])]:
+            with self.subTest(line):
+                self.assertEqual(self.shell.arguments(line), words)
+
+    def test_goes_on_behind_a_word_with_separators(self):
+        self.assertEqual(self.shell.arguments("tarsil record a:b=c.csv --form\tc\t"),
+                         ["record", "a:b=c.csv", "--format", "csv"])
+        self.assertEqual(self.shell.arguments("tarsil-recording convert --format=csv a:b.tsl gr\tc\t"),
+                         ["convert", "--format=csv", "a:b.tsl", "grip.csv"])
+
     def test_completes_in_directories(self):
         pathlib.Path(self.directory.name, "sessions", "first.tsl").touch()
         self.assertEqual(self.shell.arguments("tarsil replay ses\tf\t"), ["replay", "sessions/first.tsl"])
@@ -120,6 +154,16 @@ class TypedCompletions(Completions):
 
 class BashTest(TypedCompletions, unittest.TestCase):
     kind = shells.Bash
+
+    def test_does_not_depend_on_where_words_are_parted(self):
+        pathlib.Path(self.directory.name, "right:1.tsl").touch()
+        self.shell.send("COMP_WORDBREAKS=${COMP_WORDBREAKS//[:=]}\n")
+        for line, words in [("tarsil replay right:\t", ["replay", "right:1.tsl"]),
+                            ("tarsil replay ri\t", ["replay", "right:1.tsl"]),
+                            ("tarsil-recording convert --format=c\t", ["convert", "--format=csv"]),
+                            ("tarsil-virtual-glove --fault sil\t0.1", ["--fault", "silence=0.1"])]:
+            with self.subTest(line):
+                self.assertEqual(self.shell.arguments(line), words)
 
 
 @unittest.skipUnless("zsh" in shells.installed(), "no zsh here")
