@@ -61,6 +61,15 @@ TEST(RecordingToolUsage, wrong_usage_is_refused_with_the_usage_on_standard_error
   }
 }
 
+TEST(RecordingToolUsage, values_may_stand_behind_an_equals_sign) {
+  EXPECT_THAT(run_recording_tool({"--help"}).output, HasSubstr("--name=value"));
+  const TempDirectory directory;
+  const std::string in = directory.file("in.tsl");
+  write_file(in, small_recording(1));
+  EXPECT_EQ(run_recording_tool({"convert", "--format=json", in, directory.file("out")}).status, kDone);
+  EXPECT_EQ(run_recording_tool({"convert", "--format=", in, directory.file("other")}).status, kWrongUsage);
+}
+
 TEST(RecordingToolUsage, files_may_begin_with_a_dash_behind_two_dashes) {
   const TempDirectory directory;
   write_file(directory.path() / "--help", small_recording(1));

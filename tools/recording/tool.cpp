@@ -28,7 +28,8 @@ Commands:
   convert IN OUT       a recording as csv or json
   plot FILE -o OUT     a picture of a recording, as svg or png (needs gnuplot)
 
-tarsil-recording <command> --help tells more about a command.
+tarsil-recording <command> --help tells more about a command. A value may follow its option in the next word or behind an
+equals sign (--name=value); options and files may be mixed, and behind "--" stand files only.
 
 Exit status: 0 done, 1 failed, 2 wrong usage, 3 the recording is damaged (check, convert).
 )";
