@@ -72,7 +72,6 @@ extern "C" std::size_t append_to_body(char* data, std::size_t size, std::size_t 
 void set_options(CURL* handle, const std::string& url, const std::string& body, const HeaderList& headers,
                  std::string& answer) {
   curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
-  curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
   curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body.c_str());
   curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
   curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, append_to_body);
@@ -91,7 +90,9 @@ HttpResponse http_post(const std::string& url, const std::string& body, const st
   const HeaderList headers = make_headers(api_key);
   HttpResponse response;
   set_options(handle.get(), url, body, headers, response.body);
-  const CURLcode result = curl_easy_perform(handle.get());
+  // A libcurl that is too old to know this would do whatever else a URL may ask for.
+  CURLcode result = curl_easy_setopt(handle.get(), CURLOPT_PROTOCOLS_STR, "http,https");
+  if (result == CURLE_OK) result = curl_easy_perform(handle.get());
   long status = 0;
   curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &status);
   if (result != CURLE_OK)
