@@ -14,8 +14,10 @@ MATCHES = {"ACTION", "KERNEL", "SUBSYSTEM", "SUBSYSTEMS", "ATTR", "ATTRS", "TEST
 ASSIGNMENTS = {"TAG": "+=", "GROUP": "=", "MODE": "=", "ENV": "=", "ATTR": "=", "GOTO": "=", "LABEL": "="}
 WORD = re.compile(r'([A-Z]+)(?:\{([A-Za-z_]+)\})?(==|!=|\+=|=)"([^"]*)"')
 
-# /run is where rules for the time being are found.
+# /run is where rules for the time being are found. What a test of them makes of /dev stays here.
 ASK_UDEV = """
+mount -t tmpfs devices /dev
+touch /dev/null
 mount -t tmpfs rules /run
 mkdir -p /run/udev/rules.d
 cp "$1" /run/udev/rules.d/70-tarsil.rules

@@ -87,7 +87,7 @@ class Packages(Packed, unittest.TestCase):
         for package in self.packages:
             self.assertEqual(self.field(package, "Version"), VERSION)
 
-    def test_have_every_link_of_a_document(self):
+    def test_have_the_pictures_of_the_documents(self):
         self.assertIn("/usr/share/doc/tarsil/docs/images/recording.svg", self.files("tarsil-doc"))
 
     def test_depend_on_the_libraries_of_the_tool_and_no_more(self):
