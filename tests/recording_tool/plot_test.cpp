@@ -1,8 +1,12 @@
 // Pictures: that they are what they say, show what there is, and that nothing in a file becomes a command.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -22,6 +26,7 @@ using recording_tool::Extent;
 using recording_tool::PlotColumns;
 using recording_tool::PlotTexts;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
 using testing::Pair;
@@ -33,7 +38,17 @@ bool gnuplot_is_installed() {
 
 class RecordingPlot : public testing::Test {
  protected:
+  /// How to plot with a program in place of gnuplot that runs these commands of a shell.
+  ProcessOptions plot_with(const std::string& commands, const std::string& out) {
+    write_file(programs_.file("gnuplot"), "#!/bin/sh\n" + commands);
+    fs::permissions(programs_.file("gnuplot"), fs::perms::owner_all);
+    ProcessOptions options = recording_tool({"plot", "--force", in_, "-o", out});
+    options.environment["PATH"] = programs_.path().native() + ":/usr/bin:/bin";
+    return options;
+  }
+
   TempDirectory directory_;
+  TempDirectory programs_;
   std::string in_ = directory_.file("take.tsl");
 };
 
@@ -86,15 +101,62 @@ TEST_F(RecordingPlot, says_what_is_missing_without_gnuplot) {
 
 TEST_F(RecordingPlot, leaves_no_picture_when_gnuplot_fails) {
   write_file(in_, small_recording(3));
-  const std::string fake = directory_.file("gnuplot");
-  write_file(fake, "#!/bin/sh\necho half a picture\nexit 3\n");
-  fs::permissions(fake, fs::perms::owner_all);
-  ProcessOptions options = recording_tool({"plot", in_, "-o", directory_.file("take.svg")});
-  options.environment["PATH"] = directory_.path().native() + ":/usr/bin:/bin";
-  const Finished plot = run(options);
+  const Finished plot = run(plot_with("echo half a picture; exit 3", directory_.file("take.svg")));
   EXPECT_EQ(plot.status, kFailed);
   EXPECT_EQ(plot.error, "tarsil-recording: gnuplot could not draw the picture\n");
-  EXPECT_THAT(names_in(directory_.path()), ElementsAre("gnuplot", "take.tsl"));
+  EXPECT_THAT(names_in(directory_.path()), ElementsAre("take.tsl"));
+}
+
+TEST_F(RecordingPlot, takes_what_gnuplot_prints_while_it_reads) {
+  write_file(in_, small_recording(1000));
+  const std::string out = directory_.file("take.svg");
+  const Finished plot = run(plot_with("head -c 3000000 /dev/zero; exec cat", out));
+  EXPECT_EQ(plot.status, kDone) << plot.error;
+  const std::string picture = read_file(out);
+  EXPECT_EQ(picture.find_first_not_of('\0'), 3000000U);
+  EXPECT_THAT(picture, EndsWith("unset multiplot\n"));
+}
+
+TEST_F(RecordingPlot, on_a_full_disk_fails) {
+  write_file(in_, small_recording(3));
+  const std::string out = directory_.file("take.svg");
+  fs::create_symlink("/dev/full", out);
+  const Finished plot = run(plot_with("exec cat", out));
+  EXPECT_EQ(plot.status, kFailed);
+  EXPECT_EQ(plot.error, "tarsil-recording: cannot write " + out + ": No space left on device\n");
+}
+
+TEST_F(RecordingPlot, beyond_a_limit_for_files_leaves_what_there_was) {
+  write_file(in_, small_recording(3));
+  const std::string out = directory_.file("take.png");
+  write_file(out, "precious");
+  ProcessOptions options = plot_with("cat; head -c 1000000 /dev/zero", out);
+  options.in_child = [] {
+    constexpr rlimit kLimit{20000, 20000};
+    setrlimit(RLIMIT_FSIZE, &kLimit);
+  };
+  const Finished plot = run(options);
+  EXPECT_EQ(plot.status, kFailed);
+  EXPECT_EQ(plot.error, "tarsil-recording: cannot write " + out + ": File too large\n");
+  EXPECT_EQ(read_file(out), "precious");
+  EXPECT_THAT(names_in(directory_.path()), ElementsAre("take.png", "take.tsl"));
+}
+
+TEST_F(RecordingPlot, an_interrupt_ends_gnuplot_too) {
+  write_file(in_, small_recording(3));
+  const std::string started = programs_.file("started");
+  ASSERT_EQ(::mkfifo(programs_.file("silence").c_str(), 0600), 0);
+  const int writer = ::open(programs_.file("silence").c_str(), O_RDWR | O_CLOEXEC);
+  // The whole script has been read when the file appears; then gnuplot goes on for ever.
+  Process plot(plot_with("cat > /dev/null; cd ${0%/*}; echo $$ > number; mv number started; exec cat silence",
+                         directory_.file("take.svg")));
+  ASSERT_TRUE(eventually([&] { return fs::exists(started); }));
+  plot.send_signal(SIGTERM);
+  EXPECT_EQ(plot.wait(), kFailed);
+  EXPECT_EQ(plot.error(), "tarsil-recording: interrupted\n");
+  EXPECT_THAT(names_in(directory_.path()), ElementsAre("take.tsl"));
+  EXPECT_EQ(::kill(std::stoi(read_file(started)), 0), -1);
+  ::close(writer);
 }
 
 TEST_F(RecordingPlot, of_no_frames_is_refused) {

@@ -2,7 +2,6 @@
 // lost.
 #include "tools/recording/interrupt.h"
 
-#include <poll.h>
 #include <sys/signalfd.h>
 
 #include <array>
@@ -17,12 +16,13 @@ namespace {
 /// -1 as long as nobody watches: poll(2) passes that over.
 int signals_descriptor = -1;
 
-void wait(int descriptor, int timeout) {
-  std::array<pollfd, 2> files{{{signals_descriptor, POLLIN, 0}, {descriptor, POLLIN, 0}}};
+void wait(pollfd& file, int timeout) {
+  std::array<pollfd, 2> files{{{signals_descriptor, POLLIN, 0}, file}};
   while (::poll(files.data(), files.size(), timeout) < 0) {
     if (errno != EINTR) throw std::system_error(errno, std::generic_category(), "cannot wait");
   }
   if (files[0].revents != 0) throw Interrupted();
+  file = files[1];
 }
 
 }  // namespace
@@ -38,11 +38,17 @@ void watch_for_interrupts() {
 }
 
 void throw_if_interrupted() {
-  wait(-1, 0);
+  pollfd none{-1, 0, 0};
+  wait(none, 0);
 }
 
 void wait_for_input(int descriptor) {
-  wait(descriptor, -1);
+  pollfd file{descriptor, POLLIN, 0};
+  wait(file, -1);
+}
+
+void wait_for(pollfd& file) {
+  wait(file, -1);
 }
 
 }  // namespace tarsil::recording_tool

@@ -1,6 +1,8 @@
 // Ctrl+C while a file is being written: the command ends in order, and half a file goes with it.
 #pragma once
 
+#include <poll.h>
+
 #include <stdexcept>
 
 namespace tarsil::recording_tool {
@@ -19,5 +21,8 @@ void throw_if_interrupted();
 
 /// Waits until `descriptor` can be read. Throws Interrupted if one of the signals comes first.
 void wait_for_input(int descriptor);
+
+/// Waits until poll(2) has something to tell of `file`. Throws Interrupted if one of the signals comes first.
+void wait_for(pollfd& file);
 
 }  // namespace tarsil::recording_tool

@@ -26,9 +26,6 @@ class OutputFile {
   /// Puts the file in its place. Throws like the others.
   void finish();
 
-  /// For a program that writes in this one's stead.
-  [[nodiscard]] int descriptor() const { return descriptor_; }
-
  private:
   void flush();
   void open_beside(bool exists, const struct stat& before);

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "tarsil/cli/output.h"
 #include "tarsil/core/number_text.h"
@@ -95,11 +96,12 @@ int plot_command(Words words) {
                          pixels(line, "--height", PictureSize{}.height)};
   RecordingLines lines(line.file(0));
   OutputFile out(*path, line.has("--force"), lines.file().status());
-  Gnuplot gnuplot(out.descriptor());
+  Gnuplot gnuplot;
   FrameReader reader;
   PlotColumns columns(extent_of(lines, reader), size.width - kLeftMargin - kRightMargin);
   const PlotTexts texts = fill(lines, reader, columns);
-  gnuplot.run(plot_script(columns, texts, format, size));
+  gnuplot.run(plot_script(columns, texts, format, size),
+              [&out](std::string_view piece) { out.write(piece); });
   out.finish();
   if (lines.faults() > 0) {
     cli::write_error(std::to_string(lines.faults()) +
