@@ -91,10 +91,10 @@ Gnuplot::Gnuplot() {
 }
 
 Gnuplot::~Gnuplot() {
+  // In this order: it has nothing to say about a connection that is lost.
+  if (child_ >= 0) ::kill(child_, SIGTERM);
   disconnect();
-  if (child_ < 0) return;
-  ::kill(child_, SIGTERM);
-  while (::waitpid(child_, nullptr, 0) < 0 && errno == EINTR) {
+  while (child_ >= 0 && ::waitpid(child_, nullptr, 0) < 0 && errno == EINTR) {
   }
 }
 
