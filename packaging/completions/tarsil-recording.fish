@@ -29,7 +29,7 @@ complete -c tarsil-recording -n 'test (count (commandline -opc)) -eq 1' -a plot 
 complete -c tarsil-recording -n '__fish_seen_subcommand_from plot' -s o -l output -x -a '(__fish_complete_path (commandline -ct | string replace -r -- \'^--[a-z-]+=\' \'\') | string match -re \'(?:/|\\.(?:svg|png|SVG|PNG))(?:\\t|$)\')' -d 'The picture to write'
 complete -c tarsil-recording -n '__fish_seen_subcommand_from plot' -l format -x -a 'svg png' -d 'Format of the picture; by default its extension says it'
 complete -c tarsil-recording -n '__fish_seen_subcommand_from plot' -l width -x -d 'Width, 800 to 10000; 1200 by default'
-complete -c tarsil-recording -n '__fish_seen_subcommand_from plot' -l height -x -d 'Height, 800 to 10000; 1600 by default'
+complete -c tarsil-recording -n '__fish_seen_subcommand_from plot' -l height -x -d 'Height, 1000 to 10000; 1600 by default'
 complete -c tarsil-recording -n '__fish_seen_subcommand_from plot' -l force -d 'Replace the picture if it exists; it can never be the recording itself'
 complete -c tarsil-recording -n '__fish_seen_subcommand_from plot' -s h -l help -d 'Print the usage text of the command'
 complete -c tarsil-recording -n '__fish_seen_subcommand_from plot' -a '(__fish_complete_path (commandline -ct) | string match -re \'(?:/|\\.(?:tsl|TSL))(?:\\t|$)\')'

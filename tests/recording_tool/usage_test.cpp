@@ -52,6 +52,8 @@ TEST(RecordingToolUsage, wrong_usage_is_refused_with_the_usage_on_standard_error
       {{"plot", "a", "-o", "b.jpg"}, "tarsil-recording plot: 'b.jpg' ends neither in .svg nor in .png"},
       {{"plot", "a", "-o", "b.svg", "--width", "12x"},
        "tarsil-recording plot: --width: '12x' is not a whole number from 800 to 10000\n\nUsage: "},
+      {{"plot", "a", "-o", "b.svg", "--height", "999"},
+       "tarsil-recording plot: --height: '999' is not a whole number from 1000 to 10000\n\nUsage: "},
   };
   for (const Case& wrong : cases) {
     const Finished refused = run_recording_tool(wrong.arguments);

@@ -22,7 +22,9 @@ namespace tarsil::recording_tool {
 
 namespace {
 
-constexpr unsigned kSmallest = 800;
+// The names of the lines have no room in less.
+constexpr unsigned kSmallestWidth = 800;
+constexpr unsigned kSmallestHeight = 1000;
 constexpr unsigned kLargest = 10000;
 constexpr std::size_t kMostMarkers = 50;
 
@@ -35,9 +37,9 @@ PictureFormat chosen_format(const CommandLine& line, const std::string& out) {
   throw UsageError("'" + out + "' ends neither in .svg nor in .png; --format says which it is to be");
 }
 
-unsigned pixels(const CommandLine& line, std::string_view option, unsigned fallback) {
+unsigned pixels(const CommandLine& line, std::string_view option, unsigned low, unsigned fallback) {
   const auto value = line.value(option);
-  return value ? whole_number(option, *value, kSmallest, kLargest) : fallback;
+  return value ? whole_number(option, *value, low, kLargest) : fallback;
 }
 
 Extent extent_of(RecordingLines& lines, FrameReader& reader) {
@@ -92,8 +94,8 @@ int plot_command(Words words) {
   const auto path = line.value("--output");
   if (!path) throw UsageError("--output is missing");
   const PictureFormat format = chosen_format(line, *path);
-  const PictureSize size{pixels(line, "--width", PictureSize{}.width),
-                         pixels(line, "--height", PictureSize{}.height)};
+  const PictureSize size{pixels(line, "--width", kSmallestWidth, PictureSize{}.width),
+                         pixels(line, "--height", kSmallestHeight, PictureSize{}.height)};
   RecordingLines lines(line.file(0));
   OutputFile out(*path, line.has("--force"), lines.file().status());
   Gnuplot gnuplot;

@@ -86,7 +86,7 @@ frames than pixels, every column shows the smallest and the largest value. Runs 
   -o, --output OUT      the picture
   --format svg|png      its format; by default its extension says it
   --width PIXELS        800 to 10000 (default 1200)
-  --height PIXELS       800 to 10000 (default 1600)
+  --height PIXELS       1000 to 10000 (default 1600)
   --force               replace OUT if it exists; it can never be FILE itself
 )";
 
