@@ -54,23 +54,27 @@ class RecordingPlot : public testing::Test {
 
 TEST_F(RecordingPlot, draws_svg_that_a_parser_takes) {
   if (!gnuplot_is_installed()) GTEST_SKIP() << "gnuplot is not installed";
-  write_file(in_, header_line() + frame_line(0) + marker_line(1) + frame_line(4) + frame_line(5, true) +
-                      frame_line(9));
+  std::string other_marker = marker_line(2);
+  other_marker.replace(other_marker.find("grasp"), 5, "gr\xC3\xBCn");
+  write_file(in_, header_line() + frame_line(0) + marker_line(1) + other_marker + frame_line(4) +
+                      frame_line(5, true) + frame_line(9));
   const std::string out = directory_.file("take.svg");
-  const Finished plot = run_recording_tool({"plot", in_, "-o", out, "--width", "900", "--height", "800"});
+  const Finished plot = run_recording_tool({"plot", in_, "-o", out, "--width", "900", "--height", "1000"});
   EXPECT_EQ(plot.status, kDone) << plot.error;
   EXPECT_EQ(plot.error, "");
   const Finished parsed = run({TARSIL_SYSTEM_PYTHON, "-c",
                                "import sys, xml.etree.ElementTree as tree\n"
                                "root = tree.parse(sys.argv[1]).getroot()\n"
+                               "sys.stdout.reconfigure(encoding='utf-8')\n"
                                "print(root.get('width'), root.get('height'), root.tag.split('}')[1])\n"
                                "print(*sorted({e.text.strip() for e in root.iter() if e.text and "
                                "e.text.strip()[:1].isalpha()}), sep='|')",
                                out});
-  EXPECT_THAT(parsed.output, StartsWith("900 800 svg\n")) << parsed.error;
+  EXPECT_THAT(parsed.output, StartsWith("900 1000 svg\n")) << parsed.error;
   EXPECT_THAT(parsed.output, HasSubstr("MCP abduction"));
   EXPECT_THAT(parsed.output, HasSubstr("acceleration (g)"));
   EXPECT_THAT(parsed.output, HasSubstr("grasp"));
+  EXPECT_THAT(parsed.output, HasSubstr("gr\xC3\xBCn"));
   EXPECT_THAT(parsed.output, HasSubstr("take.tsl, 4 frames, 0.09 s"));
 }
 
@@ -130,7 +134,7 @@ TEST_F(RecordingPlot, beyond_a_limit_for_files_leaves_what_there_was) {
   write_file(in_, small_recording(3));
   const std::string out = directory_.file("take.png");
   write_file(out, "precious");
-  ProcessOptions options = plot_with("cat; head -c 1000000 /dev/zero", out);
+  ProcessOptions options = plot_with("cat > /dev/null; exec head -c 1000000 /dev/zero", out);
   options.in_child = [] {
     constexpr rlimit kLimit{20000, 20000};
     setrlimit(RLIMIT_FSIZE, &kLimit);
@@ -200,6 +204,15 @@ TEST(PlotColumnsOfARecording, know_gaps_and_silences) {
                                          10);
   EXPECT_THAT(columns.stale_stretches(), ElementsAre(Pair(1, 4)));
   EXPECT_THAT(columns.gap_stretches(), ElementsAre(Pair(4, 6)));
+  EXPECT_TRUE(columns.gap_ends_at(6));
+  EXPECT_FALSE(columns.gap_ends_at(4));
+}
+
+TEST(PlotColumnsOfARecording, hold_no_gap_that_is_narrower_than_a_column) {
+  const PlotColumns columns =
+      columns_of({frame_at(0, 0, 0), frame_at(1, 2, 0), frame_at(1.5, 4, 0), frame_at(10, 5, 0)}, 10);
+  EXPECT_THAT(columns.gap_stretches(), ElementsAre(Pair(0, 1)));
+  EXPECT_FALSE(columns.gap_ends_at(1));
 }
 
 TEST(PlotColumnsOfARecording, take_times_and_values_of_any_kind) {
@@ -212,12 +225,50 @@ TEST(PlotColumnsOfARecording, take_times_and_values_of_any_kind) {
   EXPECT_EQ(columns.joint(0)[3].high, 2.0F);
 }
 
+std::string svg_script(const PlotColumns& columns, const PlotTexts& texts = {}) {
+  return plot_script(columns, texts, recording_tool::PictureFormat::svg, recording_tool::PictureSize{});
+}
+
+TEST(PlotScript, breaks_lines_at_gaps_and_draws_frames_between_two_as_points) {
+  const std::string script = svg_script(columns_of(
+      {frame_at(0, 0, 0), frame_at(1, 1, 0), frame_at(4, 4, 0), frame_at(7, 7, 0), frame_at(10, 8, 0)}, 10));
+  EXPECT_THAT(script, HasSubstr("$lines << EOD\n0.5 0\n1.5 0\n\n4.5 0\n\n7.5 0\n9.5 0\n\nEOD\n"
+                                "$points << EOD\n4.5 0\nEOD\n"));
+  EXPECT_THAT(script, HasSubstr(" title 'MCP abduction', $points using 1:2 with points "));
+}
+
+TEST(PlotScript, draws_a_single_frame_as_a_point) {
+  EXPECT_THAT(svg_script(columns_of({frame_at(5, 0, 0)}, 10)), HasSubstr("$points << EOD\n0 0\nEOD\n"));
+  EXPECT_THAT(svg_script(columns_of({frame_at(5, 0, 0), frame_at(6, 1, 0)}, 10)), Not(HasSubstr("$points")));
+}
+
+TEST(PlotScript, has_markers_before_the_curves_and_beside_each_other) {
+  const PlotTexts texts{.title = {}, .markers = {{1, "a"}, {2, "b"}, {9.5, "c"}}};
+  const std::string script = svg_script(columns_of({frame_at(0, 0, 0), frame_at(10, 1, 0)}, 10), texts);
+  EXPECT_THAT(script, HasSubstr("set arrow from 1,graph 0 to 1,graph 1 nohead front "));
+  EXPECT_THAT(script, HasSubstr("set label 'a' at 1,graph 0.93 left front offset character 0.5,0\n"));
+  EXPECT_THAT(script, HasSubstr("set label 'b' at 2,graph 0.79 left front offset character 0.5,0\n"));
+  EXPECT_THAT(script, HasSubstr("set label 'c' at 9.5,graph 0.93 right front offset character -0.5,0\n"));
+}
+
+TEST(PlotScript, keeps_letters_of_all_languages) {
+  const PlotColumns columns = columns_of({frame_at(0, 0, 0), frame_at(1, 1, 1)}, 10);
+  const PlotTexts texts{.title = "gr\xC3\xBCn \xE6\x97\xA5 \xF0\x9F\x96\x90 \xC2\xB5",
+                        .markers = {{0.5, "\xFC \xC3 \xC2\x9B \xEF\xBF\xBE \xEF\xBF\xBF"}}};
+  const std::string script = svg_script(columns, texts);
+  EXPECT_THAT(script, StartsWith("set encoding utf8\n"));
+  EXPECT_THAT(script, HasSubstr("title '" + texts.title + "'\n"));
+  EXPECT_THAT(script, HasSubstr("set label '? ? ? ? ?' at"));
+  // A font that lacks a letter would spoil a png.
+  EXPECT_THAT(plot_script(columns, texts, recording_tool::PictureFormat::png, recording_tool::PictureSize{}),
+              HasSubstr("title 'gr\xC3\xBCn ? ? \xC2\xB5'\n"));
+}
+
 TEST(PlotScript, takes_no_commands_from_a_file) {
   const PlotColumns columns = columns_of({frame_at(0, 0, 0), frame_at(1, 1, 1)}, 10);
   const PlotTexts texts{.title = "take'\nsystem('rm')`id`",
                         .markers = {{0.5, "a'; load '|x' \"\\ $(id) @m"}}};
-  const std::string script =
-      plot_script(columns, texts, recording_tool::PictureFormat::svg, recording_tool::PictureSize{});
+  const std::string script = svg_script(columns, texts);
   EXPECT_THAT(script, HasSubstr("title 'take??system(?rm?)?id?'\n"));
   EXPECT_THAT(script, HasSubstr("set label 'a?? load ??x? ?? ?(id) ?m' at 0.5,graph"));
   EXPECT_THAT(script, Not(HasSubstr("`")));

@@ -51,7 +51,8 @@ PlotColumns::PlotColumns(const Extent& extent, std::size_t columns)
       pads_(extent.pads, std::vector<Range>(columns)),
       units_(extent.units, std::vector<Range>(columns)),
       stale_(columns),
-      gap_(columns) {}
+      gap_(columns),
+      gap_end_(columns) {}
 
 std::size_t PlotColumns::column_of(double t) const {
   if (!(extent_.duration() > 0.0)) return 0;
@@ -78,7 +79,10 @@ void PlotColumns::add(const Frame& frame) {
   }
   const std::size_t from = begun_ ? previous_column_ : column;
   if (frame.stale || previous_stale_) mark(stale_, from, column);
-  if (begun_ && frame.seq > previous_seq_ && frame.seq - previous_seq_ > 1) mark(gap_, from, column);
+  if (begun_ && frame.seq > previous_seq_ && frame.seq - previous_seq_ > 1) {
+    mark(gap_, from, column);
+    if (column > from + 1) gap_end_[column] = true;
+  }
   begun_ = true;
   previous_stale_ = frame.stale;
   previous_seq_ = frame.seq;

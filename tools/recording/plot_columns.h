@@ -64,6 +64,8 @@ class PlotColumns {
 
   [[nodiscard]] std::vector<Stretch> stale_stretches() const;
   [[nodiscard]] std::vector<Stretch> gap_stretches() const;
+  /// Whether a gap that is wider than a column ends in this one.
+  [[nodiscard]] bool gap_ends_at(std::size_t column) const { return gap_end_[column]; }
 
  private:
   [[nodiscard]] std::size_t column_of(double t) const;
@@ -74,6 +76,7 @@ class PlotColumns {
   std::vector<std::vector<Range>> units_;
   std::vector<bool> stale_;
   std::vector<bool> gap_;
+  std::vector<bool> gap_end_;
   bool begun_ = false;
   bool previous_stale_ = false;
   std::uint64_t previous_seq_ = 0;

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <utility>
 
+#include "tarsil/cli/visible_text.h"
+
 namespace tarsil::recording_tool {
 
 namespace {
@@ -27,19 +29,38 @@ void append_number(std::string& out, double value) {
   out.append(text.data(), written.ptr);
 }
 
-/// A text as gnuplot takes it. Only what can neither end the quotes nor mean anything inside them stays.
-std::string quoted(std::string_view text) {
+bool is_plain(char c) {
   constexpr std::string_view kHarmless = " ._+-,:()/=";
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+         kHarmless.find(c) != std::string_view::npos;
+}
+
+/// Whether a character of more than one byte can stand in a picture: controls cannot, and two that XML
+/// forbids. In png only Latin, Greek and Cyrillic letters can: what the fonts of this machine lack would
+/// become a box as large as the picture. In svg it is up to the viewer.
+bool is_drawn(std::string_view character, PictureFormat format) {
+  constexpr std::string_view kFirst = "\xC2\xA0";
+  constexpr std::string_view kBehindCyrillic = "\xD4\x80";
+  if (character < kFirst) return false;
+  if (format == PictureFormat::png) return character < kBehindCyrillic;
+  return character != "\xEF\xBF\xBE" && character != "\xEF\xBF\xBF";
+}
+
+/// A text as gnuplot takes it. Only what can neither end the quotes nor mean anything inside them stays.
+std::string quoted(std::string_view text, PictureFormat format) {
   std::string out = "'";
-  for (const char c : text) {
-    const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                       kHarmless.find(c) != std::string_view::npos;
-    out += plain ? c : '?';
+  while (!text.empty()) {
+    const std::size_t length = std::max<std::size_t>(1, cli::multibyte_length(text));
+    const std::string_view character = text.substr(0, length);
+    const bool stays = length == 1 ? is_plain(character.front()) : is_drawn(character, format);
+    out += stays ? character : "?";
+    text.remove_prefix(length);
   }
   return out + "'";
 }
 
 void append_settings(std::string& out, const PlotColumns& columns, PictureFormat format, PictureSize size) {
+  out += "set encoding utf8\n";
   out += format == PictureFormat::svg ? "set terminal svg noenhanced background 'white' size "
                                       : "set terminal pngcairo noenhanced size ";
   out += std::to_string(size.width) + "," + std::to_string(size.height) + "\n";
@@ -69,16 +90,24 @@ void append_shades(std::string& out, const PlotColumns& columns, const std::vect
   }
 }
 
-void append_marker_lines(std::string& out, const PlotTexts& texts) {
+/// Their names stand beside them: behind, and before those at the end, where the names of the lines begin; in
+/// two rows, so that neighbours do not lie on each other.
+void append_marker_lines(std::string& out, const PlotColumns& columns, const PlotTexts& texts,
+                         PictureFormat format) {
+  constexpr std::array<std::string_view, 2> kHeights{"0.93", "0.79"};
+  std::size_t row = 0;
   for (const PlotTexts::Mark& marker : texts.markers) {
     out += "set arrow from ";
     append_number(out, marker.time);
     out += ",graph 0 to ";
     append_number(out, marker.time);
-    out += ",graph 1 nohead dashtype 2 linecolor rgb 'black'\nset label ";
-    out += quoted(marker.name) + " at ";
+    out += ",graph 1 nohead front dashtype 2 linecolor rgb 'black'\nset label ";
+    out += quoted(marker.name, format) + " at ";
     append_number(out, marker.time);
-    out += ",graph 0.93 offset character 0.5,0\n";
+    out += ",graph ";
+    out += kHeights[row++ % kHeights.size()];
+    out += marker.time > 0.9 * columns.extent().duration() ? " right front offset character -0.5,0\n"
+                                                           : " left front offset character 0.5,0\n";
   }
 }
 
@@ -129,36 +158,65 @@ void append_row(std::string& out, const PlotColumns& columns, const Channels& ch
   out += '\n';
 }
 
-/// A line a channel: for each column that has values, its smallest and its largest ones.
-void append_lines(std::string& out, const PlotColumns& columns, const Channels& channels, double factor) {
-  out += "$lines << EOD\n";
+/// Columns with values and no gap between them.
+using Run = std::vector<std::size_t>;
+
+std::vector<Run> runs_of(const PlotColumns& columns, const Channels& channels) {
+  std::vector<Run> runs;
+  bool broken = true;
   for (std::size_t column = 0; column < columns.size(); ++column) {
+    broken = broken || columns.gap_ends_at(column);
     const auto has_any = [column](const Channel& channel) { return !(*channel.columns)[column].empty(); };
-    const auto varies = [column](const Channel& channel) {
-      return (*channel.columns)[column].low < (*channel.columns)[column].high;
-    };
-    if (std::ranges::any_of(channels, has_any)) {
-      append_row(out, columns, channels, column, &Range::low, factor);
-    }
-    if (std::ranges::any_of(channels, varies)) {
-      append_row(out, columns, channels, column, &Range::high, factor);
-    }
+    if (!std::ranges::any_of(channels, has_any)) continue;
+    if (broken) runs.emplace_back();
+    broken = false;
+    runs.back().push_back(column);
+  }
+  return runs;
+}
+
+/// The smallest values of a column and, if there are others, the largest ones.
+void append_rows(std::string& out, const PlotColumns& columns, const Channels& channels, std::size_t column,
+                 double factor) {
+  const auto varies = [column](const Channel& channel) {
+    return (*channel.columns)[column].low < (*channel.columns)[column].high;
+  };
+  append_row(out, columns, channels, column, &Range::low, factor);
+  if (std::ranges::any_of(channels, varies)) {
+    append_row(out, columns, channels, column, &Range::high, factor);
+  }
+}
+
+/// A line for each run, which an empty row ends. Runs of one column, which make no line, are points as well.
+/// Returns whether there are any.
+bool append_data(std::string& out, const PlotColumns& columns, const Channels& channels, double factor) {
+  std::string points;
+  out += "$lines << EOD\n";
+  for (const Run& run : runs_of(columns, channels)) {
+    for (const std::size_t column : run) append_rows(out, columns, channels, column, factor);
+    out += '\n';
+    if (run.size() == 1) append_rows(points, columns, channels, run.front(), factor);
   }
   out += "EOD\n";
+  if (!points.empty()) out += "$points << EOD\n" + points + "EOD\n";
+  return !points.empty();
 }
 
 void append_line_panel(std::string& out, const PlotColumns& columns, Channels channels, double factor,
                        std::string_view label) {
   std::erase_if(channels, [](const Channel& channel) { return !has_values(channel); });
   if (channels.empty()) return;
-  append_lines(out, columns, channels, factor);
+  const bool has_points = append_data(out, columns, channels, factor);
   append_value_range(out, channels, factor);
-  out += "set ylabel " + quoted(label) + "\nplot ";
+  out += "set ylabel '" + std::string(label) + "'\nplot ";
   for (std::size_t i = 0; i < channels.size(); ++i) {
     if (i > 0) out += ", ";
-    out += "$lines using 1:" + std::to_string(i + 2) + " with lines linewidth 1 linecolor rgb '";
-    out += kColours[i % kColours.size()];
-    out += "' title " + quoted(channels[i].name);
+    const std::string values = " using 1:" + std::to_string(i + 2);
+    const std::string colour = " linecolor rgb '" + std::string(kColours[i % kColours.size()]) + "'";
+    out += "$lines" + values + " with lines linewidth 1" + colour + " title '" + channels[i].name + "'";
+    if (has_points) {
+      out += ", $points" + values + " with points pointtype 7 pointsize 0.6" + colour + " notitle";
+    }
   }
   // Names of markers stand in the first panel only.
   out += "\nunset label\n";
@@ -220,9 +278,9 @@ std::string plot_script(const PlotColumns& columns, const PlotTexts& texts, Pict
   append_settings(out, columns, format, size);
   append_shades(out, columns, columns.stale_stretches(), "#808080");
   append_shades(out, columns, columns.gap_stretches(), "#ff0000");
-  append_marker_lines(out, texts);
+  append_marker_lines(out, columns, texts, format);
   out += "set multiplot layout " + std::to_string(panel_count(columns.extent())) + ",1 title " +
-         quoted(texts.title) + "\n";
+         quoted(texts.title, format) + "\n";
   append_finger_panels(out, columns);
   append_pad_panel(out, columns);
   append_acceleration_panel(out, columns);
