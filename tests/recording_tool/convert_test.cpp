@@ -1,7 +1,11 @@
 // Conversions are the bytes that the recorder writes for the same frames.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <array>
 #include <filesystem>
 #include <limits>
 #include <string>
@@ -14,6 +18,7 @@
 #include "tests/recording/samples.h"
 #include "tests/recording_tool/sample_recording.h"
 #include "tests/support/temp_directory.h"
+#include "tests/support/terminal.h"
 
 namespace tarsil::test {
 namespace {
@@ -135,7 +140,11 @@ TEST_F(RecordingConversion, refuses_what_is_damaged_and_leaves_no_file) {
                   "found 't'\ntarsil-recording recover keeps what is whole\n");
   }
   write_file(in_, "");
-  EXPECT_EQ(run_recording_tool({"convert", in_, json_}).status, kDamaged);
+  for (const std::string& out : {csv_, json_}) {
+    const Finished conversion = run_recording_tool({"convert", in_, out});
+    EXPECT_EQ(conversion.status, kDamaged);
+    EXPECT_EQ(conversion.error, "tarsil-recording: " + in_ + ": the file is empty\n");
+  }
   EXPECT_THAT(names_in(directory_.path()), ElementsAre("take.tsl"));
 }
 
@@ -155,6 +164,29 @@ TEST_F(RecordingConversion, to_json_reads_files_only) {
   EXPECT_EQ(convert.error(),
             "tarsil-recording: cannot read /dev/stdin more than once: it has to be a file\n");
   EXPECT_FALSE(fs::exists(json_));
+}
+
+TEST_F(RecordingConversion, to_json_takes_its_bar_away_before_it_sums_up) {
+  write_file(in_, small_recording(20000));
+  ASSERT_EQ(::mkfifo(json_.c_str(), 0600), 0);
+  const int reader = ::open(json_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  Terminal terminal;
+  ProcessOptions options = recording_tool({"convert", in_, json_});
+  options.error_path = terminal.path();
+  Process convert(options);
+  std::array<char, 65536> bytes;
+  // One kilobyte at a time: the bar, which waits for a second, comes long before 3 MB are through.
+  EXPECT_TRUE(eventually([&] {
+    static_cast<void>(::read(reader, bytes.data(), 1024));
+    return terminal.shown().find('%') != std::string::npos;
+  }));
+  const std::string summary = "\r\x1b[K" + json_ + ": 20000 frames, 0 markers\n";
+  EXPECT_TRUE(eventually([&] {
+    static_cast<void>(::read(reader, bytes.data(), bytes.size()));
+    return terminal.shown().ends_with(summary);
+  })) << terminal.shown();
+  EXPECT_EQ(convert.wait(), kDone);
+  ::close(reader);
 }
 
 TEST_F(RecordingConversion, on_a_full_disk_fails) {

@@ -45,13 +45,19 @@ Recorder::Format chosen_format(const CommandLine& line) {
   throw UsageError("'" + out + "' ends neither in .csv nor in .json; --format says which it is to be");
 }
 
+[[noreturn]] void refuse_empty(const RecordingLines& lines) {
+  throw DamagedRecording(lines.file().path() + ": the file is empty");
+}
+
 Tally convert_to_csv(RecordingLines& lines, OutputFile& out) {
   Tally tally;
+  bool empty = true;
   FrameReader reader;
   Frame frame;
   RecordingLine line;
   std::string text;
   while (next_whole(lines, line)) {
+    empty = false;
     text.clear();
     if (line.checked.type == LineType::frame) {
       reader.read(line, frame);
@@ -64,6 +70,7 @@ Tally convert_to_csv(RecordingLines& lines, OutputFile& out) {
     }
     out.write(text);
   }
+  if (empty) refuse_empty(lines);
   return tally;
 }
 
@@ -110,7 +117,7 @@ Tally convert_to_json(RecordingLines& lines, OutputFile& out) {
     if (line.checked.type == LineType::marker) ++tally.markers;
   }
   lines.rewind();
-  if (!next_whole(lines, line)) throw DamagedRecording(lines.file().path() + ": the file is empty");
+  if (!next_whole(lines, line)) refuse_empty(lines);
   write_head(out, line.checked.header, tally.frames);
   write_elements(lines, out, LineType::frame, tally.frames);
   out.write("  ],\n  \"markers\": [\n");
@@ -130,6 +137,8 @@ int convert_command(Words words) {
   const Tally tally =
       format == Recorder::Format::csv ? convert_to_csv(lines, out) : convert_to_json(lines, out);
   out.finish();
+  // The last pass need not have come to the end of the file.
+  lines.progress().clear();
   cli::write_error(line.file(1) + ": " + std::to_string(tally.frames) + " frames, " +
                    std::to_string(tally.markers) + " markers\n");
   return kDone;
