@@ -71,11 +71,11 @@ TEST_F(RecordingRecovery, mends_what_is_whole_but_for_its_end) {
 
 TEST_F(RecordingRecovery, leaves_out_every_kind_of_damage) {
   const std::string zeros(5000, '\0');
-  const Finished recovery = recover(header_line() + frame_line(0) + frame_line(0) + zeros + frame_line(1) +
-                                    "\n" + header_line() + marker_line(2) + std::string(3U << 20U, 'x') +
-                                    "\n" + frame_line(2) + "{\"type\":\"frame\"\n" + frame_line(3));
+  const Finished recovery =
+      recover(header_line() + frame_line(0) + zeros + frame_line(1) + "\n" + header_line() + marker_line(2) +
+              std::string(3U << 20U, 'x') + "\n" + frame_line(2) + "{\"type\":\"frame\"\n" + frame_line(3));
   EXPECT_EQ(recovery.status, kDone);
-  EXPECT_THAT(recovery.error, HasSubstr("3 frames and 1 markers kept, 0 lines mended, 6 left out\n"));
+  EXPECT_THAT(recovery.error, HasSubstr("3 frames and 1 markers kept, 0 lines mended, 5 left out\n"));
   EXPECT_EQ(read_file(out_), header_line() + frame_line(0) + marker_line(2) + frame_line(2) + frame_line(3));
   expect_fine();
 }

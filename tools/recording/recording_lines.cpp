@@ -47,7 +47,7 @@ RecordingLines::RecordingLines(const std::string& path) : file_(path) {}
 void RecordingLines::rewind() {
   file_.rewind();
   faults_ = 0;
-  header_seen_ = header_missed_ = frame_before_ = false;
+  header_seen_ = header_missed_ = false;
 }
 
 bool RecordingLines::next(RecordingLine& line) {
@@ -107,18 +107,6 @@ void RecordingLines::judge_place(const TextLine& from, RecordingLine& line) {
     return;
   }
   header_seen_ = header_seen_ || is_header;
-  if (line.checked.type == LineType::frame) {
-    const bool repeated = frame_before_ && line.text == previous_frame_;
-    previous_frame_ = line.text;
-    frame_before_ = true;
-    if (repeated) {
-      line.fault = Fault::repeated;
-      line.complaint = "the same frame once more";
-      return;
-    }
-  } else {
-    frame_before_ = false;
-  }
   if (!header_seen_ && !header_missed_) {
     header_missed_ = true;
     line.fault = Fault::header_missing;

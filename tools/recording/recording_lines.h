@@ -26,7 +26,6 @@ enum class Fault {
   empty,
   too_long,
   second_header,
-  repeated,
 };
 
 /// Whether a line with this fault still says what it should.
@@ -68,8 +67,6 @@ class RecordingLines {
   std::uint64_t faults_ = 0;
   bool header_seen_ = false;
   bool header_missed_ = false;
-  bool frame_before_ = false;
-  std::string previous_frame_;
 };
 
 /// The values of usable frame lines, with the number and the mark for stale frames as they stand there.
