@@ -128,6 +128,18 @@ TEST_F(RecordingRecovery, replaces_a_file_only_if_it_is_told_to) {
   EXPECT_THAT(names_in(directory_.path()), ElementsAre("in.tsl", "out.tsl"));
 }
 
+TEST_F(RecordingRecovery, writes_files_with_the_longest_names) {
+  write_file(in_, small_recording(1));
+  const std::string path = directory_.file(std::string(255, 'x'));
+  const Finished recovery = run_recording_tool({"recover", in_, path});
+  EXPECT_EQ(recovery.status, kDone) << recovery.error;
+  EXPECT_EQ(read_file(path), small_recording(1));
+  ProcessOptions options = recording_tool({"recover", in_, "relative.tsl"});
+  options.directory = directory_.path();
+  EXPECT_EQ(run(options).status, kDone);
+  EXPECT_EQ(read_file(directory_.file("relative.tsl")), small_recording(1));
+}
+
 TEST_F(RecordingRecovery, never_writes_the_recording_itself) {
   const std::string bytes = small_recording(2) + "torn";
   write_file(in_, bytes);

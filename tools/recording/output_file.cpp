@@ -73,7 +73,8 @@ OutputFile::OutputFile(const std::string& path, bool replace, const struct stat&
 
 void OutputFile::open_beside(bool exists, const struct stat& before) {
   watch_for_interrupts();
-  std::string name = target_ + ".XXXXXX";
+  // Not longer than the name that it will have: that may be as long as a name can be.
+  std::string name = std::filesystem::path(target_).replace_filename(".tarsil-XXXXXX");
   descriptor_ = ::mkostemp(name.data(), O_CLOEXEC);
   if (descriptor_ < 0) fail(errno);
   temporary_ = name;
