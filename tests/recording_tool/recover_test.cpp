@@ -93,6 +93,20 @@ TEST_F(RecordingRecovery, replaces_a_header_that_is_missing_or_damaged) {
   EXPECT_EQ(read_file(out_), header + frame_line(0));
 }
 
+TEST_F(RecordingRecovery, moves_a_header_that_stands_behind_frames_to_the_front) {
+  std::string other_header = header_line();
+  other_header.replace(other_header.find("left"), 4, "both");
+  const Finished recovery = recover("torn\n" + frame_line(0) + header_line() + other_header + frame_line(1));
+  EXPECT_EQ(recovery.status, kDone);
+  EXPECT_EQ(recovery.error,
+            "left out  line 1, column 1, byte 0: expected '{\"type\":', found 't'\n"
+            "mended    line 2, column 1, byte 5: the header is missing before this line\n"
+            "mended    line 3, column 1, byte 165: a header behind other lines\n"
+            "left out  line 4, column 1, byte 300: a header behind other lines\n" +
+                out_ + ": 2 frames and 0 markers kept, 2 lines mended, 2 left out\n");
+  EXPECT_EQ(read_file(out_), small_recording(2));
+}
+
 TEST_F(RecordingRecovery, of_nothing_makes_no_file) {
   for (const std::string& bytes : {std::string(), std::string("\n\n"), std::string(10000, '\0')}) {
     const Finished recovery = recover(bytes);

@@ -19,11 +19,29 @@ namespace {
 /// Of a recording that is damaged all over, these lines tell how.
 constexpr std::uint64_t kMostShown = 20;
 
+/// A header that stands where none may stand still has the metadata.
+struct LateHeader {
+  std::string text;  // empty if there is none
+  bool is(const RecordingLine& line) const { return line.fault == Fault::second_header && line.text == text; }
+};
+
+/// The first header of a recording that does not begin with one. What is no file cannot be read twice.
+LateHeader late_header(const TextLines& file) {
+  if (!S_ISREG(file.status().st_mode)) return {};
+  RecordingLines lines(file.path());
+  RecordingLine line;
+  while (lines.next(line)) {
+    if (line.fault == Fault::second_header) return {std::string(line.text)};
+  }
+  return {};
+}
+
 struct Tally {
   std::uint64_t frames = 0;
   std::uint64_t markers = 0;
   std::uint64_t mended = 0;
   std::uint64_t left_out = 0;
+  /// The header has no metadata, of which there may have been some.
   bool new_header = false;
 };
 
@@ -38,9 +56,11 @@ std::string new_header(const std::string& path, const CheckedLine& first) {
 Tally copy_whole_lines(RecordingLines& lines, OutputFile& out, const std::string& out_path) {
   Tally tally;
   bool begun = false;
+  LateHeader late;
   RecordingLine line;
   while (lines.next(line)) {
-    const bool usable = is_usable(line.fault);
+    const bool moved = late.is(line);
+    const bool usable = is_usable(line.fault) || moved;
     if (line.fault != Fault::none && lines.faults() <= kMostShown) {
       lines.progress().clear();
       cli::write_error((usable ? "mended    " : "left out  ") + line.complaint + "\n");
@@ -49,12 +69,17 @@ Tally copy_whole_lines(RecordingLines& lines, OutputFile& out, const std::string
       ++tally.left_out;
       continue;
     }
+    if (line.fault != Fault::none) ++tally.mended;
+    if (moved) {
+      late = {};
+      continue;
+    }
     if (!begun && line.checked.type != LineType::header) {
-      tally.new_header = true;
-      out.write(new_header(out_path, line.checked));
+      late = late_header(lines.file());
+      tally.new_header = late.text.empty();
+      out.write(tally.new_header ? new_header(out_path, line.checked) : late.text + "\n");
     }
     begun = true;
-    if (line.fault != Fault::none) ++tally.mended;
     if (line.checked.type == LineType::frame) ++tally.frames;
     if (line.checked.type == LineType::marker) ++tally.markers;
     out.write(line.text);

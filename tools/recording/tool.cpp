@@ -58,8 +58,8 @@ constexpr std::string_view kRecoverHelp =
     R"(Usage: tarsil-recording recover [--force] IN OUT
 
 Copies every whole line of IN to OUT and says what was left out. A line that lacks nothing but its line feed, or ends in
-carriage return and line feed, is kept and mended. Where the header is damaged or missing, OUT gets a new one without
-metadata. OUT passes the check.
+carriage return and line feed, is kept and mended. Where the header is damaged or missing, OUT gets the first one that
+stands behind other lines or, if there is none or IN is no file, a new one without metadata. OUT passes the check.
 
   --force    replace OUT if it exists; it can never be IN itself
 )";
