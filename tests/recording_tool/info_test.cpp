@@ -91,8 +91,21 @@ TEST_F(RecordingInfo, counts_what_is_damaged_and_goes_on) {
 
 TEST_F(RecordingInfo, of_an_empty_file_is_short) {
   write_file(path_, "");
-  EXPECT_EQ(run_recording_tool({"info", path_}).output,
+  const Finished info = run_recording_tool({"info", path_});
+  EXPECT_EQ(info.status, kDamaged);
+  EXPECT_EQ(info.output,
             "file        " + path_ + "\nframes      0\nmarkers     0\nmetadata    the header is missing\n");
+}
+
+TEST_F(RecordingInfo, of_what_is_no_recording_is_not_done) {
+  write_file(path_, "a letter\nof two lines\n");
+  const Finished info = run_recording_tool({"info", "--json", path_});
+  EXPECT_EQ(info.status, kDamaged);
+  EXPECT_THAT(info.output, HasSubstr("\"damaged_lines\": 2,\n"));
+  for (const std::string& line : {header_line(), frame_line(0), marker_line(0)}) {
+    write_file(path_, line);
+    EXPECT_EQ(run_recording_tool({"info", path_}).status, kDone);
+  }
 }
 
 TEST_F(RecordingInfo, words_of_a_recording_do_not_drive_the_terminal) {

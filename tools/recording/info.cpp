@@ -145,7 +145,7 @@ int info_command(Words words) {
   RecordingLine next;
   while (lines.next(next)) summary.add(next);
   cli::write_output(line.has("--json") ? as_json(summary, line.file(0)) : as_text(summary, line.file(0)));
-  return kDone;
+  return summary.knows_anything() ? kDone : kDamaged;
 }
 
 }  // namespace tarsil::recording_tool

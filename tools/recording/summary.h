@@ -53,6 +53,8 @@ class Summary {
   [[nodiscard]] std::uint64_t damaged() const { return damaged_; }
   [[nodiscard]] std::uint64_t marker_count() const { return marker_count_; }
   [[nodiscard]] const std::vector<MarkedTime>& markers() const { return markers_; }
+  /// Whether there was a line that is usable.
+  [[nodiscard]] bool knows_anything() const { return has_header_ || frames_ + marker_count_ > 0; }
   /// None without a header.
   [[nodiscard]] const Pairs& metadata() const { return metadata_; }
   [[nodiscard]] bool has_header() const { return has_header_; }

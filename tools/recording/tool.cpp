@@ -31,16 +31,20 @@ Commands:
 tarsil-recording <command> --help tells more about a command. A value may follow its option in the next word or behind an
 equals sign (--name=value); options and files may be mixed, and behind "--" stand files only.
 
-Exit status: 0 done, 1 failed, 2 wrong usage, 3 the recording is damaged (check, convert).
+Exit status: 0 done, 1 failed, 2 wrong usage, 3 the recording is damaged (check, convert) or
+no line of it is whole (info).
 )";
 
 constexpr std::string_view kInfoHelp =
     R"(Usage: tarsil-recording info [--json] FILE
 
 Shows how many frames a recording has, how long it is, the rate of its fresh frames, the gaps in their numbers, the share
-of stale frames, its markers and its metadata. Lines that are damaged are counted and otherwise passed over.
+of stale frames, its markers and its metadata. Lines that are damaged are counted and otherwise passed over. Markers
+after the first 100 are counted only, also in JSON, where marker_count is the number of all.
 
   --json     as a JSON document
+
+Exit status: 0 done, 1 cannot be read, 2 wrong usage, 3 no line is whole.
 )";
 
 constexpr std::string_view kCheckHelp =
