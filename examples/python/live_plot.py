@@ -5,7 +5,7 @@
     tarsil stream --raw --count 500 | examples/python/live_plot.py --frames 500 --output live.png
 
 Without --output a window follows the glove. With it, nothing is shown: the picture is saved when --frames rows have come
-or the stream has ended.
+or the stream has ended, also by Ctrl+C.
 """
 
 import argparse
@@ -62,10 +62,13 @@ def save(arguments, history):
     matplotlib.use("Agg")
     from matplotlib import pyplot
 
-    for row in rows(sys.stdin):
-        history.append(row)
-        if arguments.frames and len(history) == arguments.frames:
-            break
+    try:
+        for row in rows(sys.stdin):
+            history.append(row)
+            if arguments.frames and len(history) == arguments.frames:
+                break
+    except KeyboardInterrupt:
+        pass
     if not history:
         sys.exit("live_plot.py: no rows on standard input; run: tarsil stream --raw | live_plot.py")
     figure, redraw = draw(pyplot, history)

@@ -8,6 +8,7 @@ The functions are meant to be imported, too: load() gives a table with a row for
 
 import argparse
 import json
+import math
 import re
 import sys
 
@@ -16,6 +17,11 @@ import pandas
 
 FINGERS = ("thumb", "index", "middle", "ring", "pinky")
 JOINTS = ("MCP abduction", "MCP flexion", "PIP", "DIP")
+KEYS = {
+    "header": ("metadata",),
+    "frame": ("seq", "t", "q", "touch", "imu", "stale"),
+    "marker": ("t", "name", "data"),
+}
 
 
 def parse_line(line):
@@ -33,29 +39,40 @@ def parse_line(line):
         return None
 
 
+def is_whole(record):
+    """Whether a line has what its type needs."""
+    keys = KEYS.get(str(record.get("type"))) if isinstance(record, dict) else None
+    if keys is None or any(key not in record for key in keys):
+        return False
+    return all("acc" in unit and "gyro" in unit for unit in record.get("imu", ()))
+
+
 def load(path):
     """Returns metadata (a dictionary), frames and markers (tables).
 
     The frames' index is the time in seconds from the first frame on. Columns: seq, t, stale, q_0, ..., touch_0, ... and
     acc_0_x, ... and gyro_0_x, ... for each inertial unit.
     """
-    metadata, frames, markers, skipped = {}, [], [], 0
+    metadata, frames, markers, skipped, timeless = {}, [], [], 0, 0
     with open(path, encoding="utf-8", errors="replace", newline="\n") as file:
         for line in file:
             record = parse_line(line)
-            kind = record.get("type") if isinstance(record, dict) else None
-            if kind == "header":
-                metadata = record["metadata"]
-            elif kind == "frame":
-                frames.append(record)
-            elif kind == "marker":
-                markers.append(record)
-            else:
+            if not is_whole(record):
                 skipped += 1
+            elif record["type"] == "header":
+                metadata = record["metadata"]
+            elif not math.isfinite(record["t"]):
+                timeless += 1
+            elif record["type"] == "frame":
+                frames.append(record)
+            else:
+                markers.append(record)
     if not frames:
         raise ValueError(f"no frames in {path}")
     if skipped:
         print(f"{path}: {skipped} lines are damaged", file=sys.stderr)
+    if timeless:
+        print(f"{path}: {timeless} lines have a time that is no number", file=sys.stderr)
     table = to_table(frames)
     marker_table = pandas.DataFrame(
         {"name": [m["name"] for m in markers], "data": [m["data"] for m in markers]},
@@ -125,6 +142,15 @@ def plot(table, markers, title, output):
     figure.savefig(output)
 
 
+def report(metadata, table):
+    print(f"{metadata.get('serial', 'unknown glove')}, {metadata.get('side', 'unknown')} hand")
+    seconds = table.index[-1]
+    print(f"{len(table)} frames in {seconds:.2f} s, {missing_frames(table)} missing, {int(table['stale'].sum())} stale")
+    joints = numpy.degrees(table.filter(regex="^q_"))
+    if not joints.empty:
+        print(joints.describe().loc[["min", "mean", "max"]].round(1).to_string(max_cols=6))
+
+
 def main():
     parser = argparse.ArgumentParser(description="Loads a tsl recording and plots it into a file.")
     parser.add_argument("recording", help="a .tsl file")
@@ -132,16 +158,11 @@ def main():
     arguments = parser.parse_args()
     try:
         metadata, table, markers = load(arguments.recording)
+        report(metadata, table)
+        if arguments.output:
+            plot(table, markers, arguments.recording, arguments.output)
     except (OSError, ValueError) as error:
         sys.exit(f"read_recording.py: {error}")
-    seconds = table.index[-1]
-    print(f"{metadata.get('serial', 'unknown glove')}, {metadata.get('side', 'unknown')} hand")
-    print(f"{len(table)} frames in {seconds:.2f} s, {missing_frames(table)} missing, {int(table['stale'].sum())} stale")
-    joints = numpy.degrees(table.filter(regex="^q_"))
-    if not joints.empty:
-        print(joints.describe().loc[["min", "mean", "max"]].round(1).to_string(max_cols=6))
-    if arguments.output:
-        plot(table, markers, arguments.recording, arguments.output)
 
 
 if __name__ == "__main__":

@@ -60,6 +60,57 @@ TEST_F(PythonExamples, read_recording_refuses_what_is_no_recording) {
   EXPECT_EQ(read.error, "read_recording.py: no frames in " + path + "\n");
 }
 
+TEST_F(PythonExamples, read_recording_leaves_out_lines_that_lack_something) {
+  if (!has("numpy, pandas, matplotlib")) GTEST_SKIP() << "NumPy, pandas or matplotlib is not installed";
+  const std::string path = directory_.file("take.tsl");
+  const auto without = [](std::string line, const std::string& part, const std::string& other = {}) {
+    return line.replace(line.find(part), part.size(), other);
+  };
+  write_file(path, without(header_line(), R"(,"metadata":{"side": "left"})") + frame_line(0) +
+                       without(frame_line(1), R"("q":[0.500000],)") +
+                       without(frame_line(2), R"("acc":[0.010,-0.020,0.990],)") +
+                       without(frame_line(3), "1700000000.030000", "nan") +
+                       without(marker_line(3), R"("name":"grasp",)") + "[]\n{\"type\":\"other\"}\n" +
+                       frame_line(4));
+  const Finished read =
+      run(python({TARSIL_EXAMPLES "/python/read_recording.py", path, "--output", picture_}));
+  EXPECT_EQ(read.status, kDone) << read.error;
+  EXPECT_THAT(read.output, StartsWith("unknown glove, unknown hand\n2 frames in 0.04 s, 3 missing"));
+  EXPECT_THAT(read.error, HasSubstr(path + ": 6 lines are damaged\n" + path +
+                                    ": 1 lines have a time that is no number\n"));
+  EXPECT_THAT(read_file(picture_), StartsWith("\x89PNG\r\n"));
+}
+
+TEST_F(PythonExamples, read_recording_says_why_it_cannot_draw) {
+  if (!has("numpy, pandas, matplotlib")) GTEST_SKIP() << "NumPy, pandas or matplotlib is not installed";
+  const std::string path = directory_.file("take.tsl");
+  write_file(path, small_recording(2));
+  const Finished read = run(
+      python({TARSIL_EXAMPLES "/python/read_recording.py", path, "--output", directory_.file("take.xyz")}));
+  EXPECT_EQ(read.status, kFailed);
+  EXPECT_THAT(read.error, StartsWith("read_recording.py: "));
+  EXPECT_THAT(read.error, HasSubstr("xyz"));
+}
+
+TEST_F(PythonExamples, live_plot_draws_what_has_come_before_an_interrupt) {
+  if (!has("matplotlib")) GTEST_SKIP() << "matplotlib is not installed";
+  const Finished plot = run(python({"-B", "-c",
+                                    "import sys\n"
+                                    "sys.path.insert(0, sys.argv[1])\n"
+                                    "import live_plot\n"
+                                    "def rows():\n"
+                                    "    yield '0.00 0.1 0.2 0.3\\n'\n"
+                                    "    yield '0.25 0.1 0.2 0.3\\n'\n"
+                                    "    raise KeyboardInterrupt\n"
+                                    "sys.stdin = rows()\n"
+                                    "sys.argv = ['live_plot.py', '--output', sys.argv[2]]\n"
+                                    "live_plot.main()\n",
+                                    TARSIL_EXAMPLES "/python", picture_}));
+  EXPECT_EQ(plot.status, kDone) << plot.error;
+  EXPECT_EQ(plot.output, "2 rows, 0.25 s\n");
+  EXPECT_THAT(read_file(picture_), StartsWith("\x89PNG\r\n"));
+}
+
 TEST_F(PythonExamples, live_plot_draws_the_rows_of_a_stream) {
   if (!has("matplotlib")) GTEST_SKIP() << "matplotlib is not installed";
   const Finished stream = run_tool({"stream", "--mock", "--hz", "1000", "--raw", "--count", "50"});
