@@ -2,9 +2,12 @@
 // something. The markers are in the file next to the frames, where Replayer::markers() finds them again.
 //
 //   mark_presses FILE FRAMES [PORT]
-#include <cstdlib>
+#include <charconv>
+#include <cstdint>
 #include <exception>
 #include <iostream>
+#include <string_view>
+#include <system_error>
 
 #include "tarsil/tarsil.h"
 
@@ -32,15 +35,24 @@ class PressDetector {
   bool pressed_ = false;
 };
 
+/// Whether `text` is a whole number, which then is in `number`.
+bool read_number(std::string_view text, std::uint64_t& number) {
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc{} && stop == end;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) try {
-  if (argc < 3) {
+  std::uint64_t wanted = 0;
+  if (argc < 3 || !read_number(argv[2], wanted)) {
     std::cerr << "Usage: mark_presses FILE FRAMES [PORT]\n";
     return 2;
   }
-  const std::uint64_t wanted = std::strtoull(argv[2], nullptr, 10);
   tarsil::SerialSource glove({.port = argc > 3 ? argv[3] : ""});
+  // Asked before the recording begins, which replaces the file.
+  if (!glove.is_open()) throw tarsil::DeviceNotFoundError("The port cannot be opened.");
 
   // The format goes by the extension: .tsl, .csv or .json. In the first two, every frame and marker is in the
   // file when the call returns, so that a crash costs nothing that came before it.

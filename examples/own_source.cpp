@@ -72,6 +72,7 @@ int main(int argc, char** argv) try {
   } else {
     source = std::make_shared<OpeningHand>(200);
   }
+  if (!source->is_open()) throw tarsil::DeviceNotFoundError("The port cannot be opened.");
   const tarsil::Device device(source);
   std::cout << "watching " << device.info().serial << '\n';
   watch_fist(*device.source());

@@ -2,11 +2,14 @@
 // reader waiting for long: while there is nothing new it repeats the last frame and marks it as stale.
 //
 //   stay_connected PORT [ATTEMPTS]     how often to look for a lost glove before giving up (default 10)
-#include <cstdlib>
+#include <charconv>
+#include <cstdint>
 #include <exception>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <system_error>
 
 #include "tarsil/tarsil.h"
 
@@ -32,10 +35,18 @@ State next(State state, const tarsil::Frame& frame) {
   return state == State::waiting ? State::waiting : State::silent;
 }
 
+/// Whether `text` is a whole number, which then is in `number`.
+bool read_number(std::string_view text, std::uint32_t& number) {
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc{} && stop == end;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) try {
-  if (argc < 2) {
+  std::uint32_t attempts = 10;
+  if (argc < 2 || (argc > 2 && !read_number(argv[2], attempts))) {
     std::cerr << "Usage: stay_connected PORT [ATTEMPTS]\n";
     return 2;
   }
@@ -48,7 +59,7 @@ int main(int argc, char** argv) try {
       .read_timeout_s = 0.5F,
       .initial_backoff_s = 0.1F,
       .max_backoff_s = 0.4F,
-      .max_attempts = argc > 2 ? static_cast<std::uint32_t>(std::strtoul(argv[2], nullptr, 10)) : 10,
+      .max_attempts = attempts,
   });
 
   State state = State::waiting;

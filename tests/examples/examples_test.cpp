@@ -122,10 +122,30 @@ TEST(MarkPresses, records_with_a_marker_for_every_press) {
 }
 
 TEST(MarkPresses, wants_a_file_and_a_number) {
-  const Finished example = run({EXAMPLE_MARK_PRESSES, "taps.tsl"});
+  const TempDirectory directory;
+  const std::string path = directory.file("taps.tsl");
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{path}, {path, "abc"}, {path, "5x"}, {path, ""}, {path, "-1"}}) {
+    std::vector<std::string> command{EXAMPLE_MARK_PRESSES};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    const Finished example = run(command);
 
-  EXPECT_EQ(example.status, kUsage);
-  EXPECT_EQ(example.error, "Usage: mark_presses FILE FRAMES [PORT]\n");
+    EXPECT_EQ(example.status, kUsage);
+    EXPECT_EQ(example.error, "Usage: mark_presses FILE FRAMES [PORT]\n");
+  }
+}
+
+TEST(MarkPresses, without_a_glove_leaves_the_file_as_it_is) {
+  const TempDirectory directory;
+  const std::string path = directory.file("taps.tsl");
+  write_file(path, "precious");
+
+  const Finished example = run({EXAMPLE_MARK_PRESSES, path, "5", "/nowhere/ttyACM0"});
+
+  EXPECT_EQ(example.status, kFailure);
+  EXPECT_EQ(example.output, "");
+  EXPECT_EQ(example.error, "The port cannot be opened.\n");
+  EXPECT_EQ(read_file(path), "precious");
 }
 
 TEST(OwnSource, closes_and_opens_once_a_second) {
@@ -148,6 +168,14 @@ TEST(OwnSource, is_exchangeable_for_a_glove) {
   EXPECT_EQ(example.status, kFailure);
   EXPECT_THAT(example.output, StartsWith("watching TSL-REAL\n"));
   EXPECT_EQ(example.error, "SerialSource stream closed\n");
+}
+
+TEST(OwnSource, says_that_there_is_no_such_port) {
+  const Finished example = run({EXAMPLE_OWN_SOURCE, "/nowhere/ttyACM0"});
+
+  EXPECT_EQ(example.status, kFailure);
+  EXPECT_EQ(example.output, "");
+  EXPECT_EQ(example.error, "The port cannot be opened.\n");
 }
 
 TEST(RecordingHealth, finds_the_stuck_joint_of_a_recording) {
@@ -212,6 +240,16 @@ TEST(StayConnected, gives_up_on_a_glove_that_never_comes) {
 
   EXPECT_EQ(example.status, kSuccess);
   EXPECT_EQ(example.output, "waiting for a glove\ngone\n");
+}
+
+TEST(StayConnected, wants_a_number_of_attempts) {
+  for (const std::string attempts : {"abc", "2x", "", "-1", "4294967296"}) {
+    const Finished example = run({EXAMPLE_STAY_CONNECTED, "/nowhere/ttyACM0", attempts});
+
+    EXPECT_EQ(example.status, kUsage);
+    EXPECT_EQ(example.output, "");
+    EXPECT_EQ(example.error, "Usage: stay_connected PORT [ATTEMPTS]\n");
+  }
 }
 
 }  // namespace
