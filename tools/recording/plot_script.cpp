@@ -213,9 +213,11 @@ void append_line_panel(std::string& out, const PlotColumns& columns, Channels ch
     if (i > 0) out += ", ";
     const std::string values = " using 1:" + std::to_string(i + 2);
     const std::string colour = " linecolor rgb '" + std::string(kColours[i % kColours.size()]) + "'";
-    out += "$lines" + values + " with lines linewidth 1" + colour + " title '" + channels[i].name + "'";
+    out.append("$lines").append(values).append(" with lines linewidth 1").append(colour);
+    out.append(" title '").append(channels[i].name).append("'");
     if (has_points) {
-      out += ", $points" + values + " with points pointtype 7 pointsize 0.6" + colour + " notitle";
+      out.append(", $points").append(values).append(" with points pointtype 7 pointsize 0.6").append(colour);
+      out.append(" notitle");
     }
   }
   // Names of markers stand in the first panel only.
