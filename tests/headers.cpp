@@ -1,0 +1,1 @@
+// Carries the headers that are read once for all test programs, and has no tests of its own.
