@@ -79,7 +79,9 @@ def processes(build: pathlib.Path, quick: bool) -> dict[str, float]:
     scratch.mkdir(exist_ok=True)
     return {
         "process/record": record(build, scratch, seconds),
+        "process/record floor": hand_over(build, scratch, seconds, hops=1),
         "process/stream": stream(build, scratch, seconds),
+        "process/stream floor": hand_over(build, scratch, seconds, hops=2),
     }
 
 
@@ -125,6 +127,15 @@ def record(build: pathlib.Path, scratch: pathlib.Path, seconds: float) -> float:
     if written != frames:
         raise RuntimeError(f"record has written {written} frames of {frames}")
     return share
+
+
+def hand_over(build: pathlib.Path, scratch: pathlib.Path, seconds: float, hops: int) -> float:
+    """What waking as many threads costs on this machine, without any work."""
+    link = scratch / "floor-glove"
+    command = [build / "bin" / "tarsil_hand_over_floor", link, str(int(seconds * GLOVE_HZ)), str(hops)]
+    with glove(build, link):
+        begin = time.monotonic()
+        return share_of_core(subprocess.Popen(command), begin)
 
 
 def stream(build: pathlib.Path, scratch: pathlib.Path, seconds: float) -> float:

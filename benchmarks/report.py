@@ -36,7 +36,7 @@ class Comparison:
         self.installed = not row.theirs or self.theirs is not None
         self.ratio = self.ratio_of()
         # The most that the floor allows, if there is one.
-        self.ceiling = row.floor[1] * values[row.floor[0]] if row.floor else 0.0
+        self.ceiling = row.floor[1] * values[row.floor[0]] if row.floor else None
 
     @staticmethod
     def best_of(row: targets.Row, values: dict[str, float]) -> Optional[float]:
@@ -55,13 +55,16 @@ class Comparison:
             return "not installed"
         if self.row.at_least is None and self.row.at_most is None:
             return ""
-        if self.holds(0.0):
-            return "pass, by the floor" if self.ratio is not None and self.ours <= self.ceiling else "pass"
-        return "short"
+        if self.reaches_target(0.0):
+            return "pass"
+        return "pass, by the floor" if self.holds(0.0) else "short"
 
     def holds(self, tolerance: float) -> bool:
-        """Whether the target is reached, or missed by no more than that share of it."""
-        if self.ratio is None or self.ours <= self.ceiling:
+        """Whether the target is reached, or missed by no more than that share of it, or the floor allows no better."""
+        return self.reaches_target(tolerance) or (self.ceiling is not None and self.ours <= self.ceiling)
+
+    def reaches_target(self, tolerance: float) -> bool:
+        if self.ratio is None:
             return True
         if self.row.at_least is not None and self.ratio < self.row.at_least * (1 - tolerance):
             return False
@@ -75,11 +78,11 @@ class Comparison:
 
     def target(self) -> str:
         show = self.row.show if self.row.ratio == "ours" else lambda value: f"{value:g}"
+        instead = f", or {self.row.floor[1]:g} floors" if self.row.floor else ""
         if self.row.at_least is not None:
-            instead = f", or {self.row.floor[1]:g} floors" if self.row.floor else ""
             return "at least " + show(self.row.at_least) + instead
         if self.row.at_most is not None:
-            return "at most " + show(self.row.at_most)
+            return "at most " + show(self.row.at_most) + instead
         return ""
 
 
