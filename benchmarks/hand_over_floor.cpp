@@ -42,13 +42,14 @@ class Counter {
   std::size_t count_ = 0;
 };
 
-/// The answer to the reset is left behind, then cycles come.
+/// The answer to the reset is left behind, then cycles come. A port that fails, here or below, ends the
+/// program.
 detail::SerialPort started(const std::string& path) {
   auto port = detail::SerialPort::open(path, 2'000'000);
   if (!port) throw std::runtime_error("cannot open " + path);
   std::vector<std::uint8_t> space(4096);
   port->write(detail::wire::kResetCommand);
-  while (port->read(space).value_or(1) == 0) {
+  while (port->read(space).value() == 0) {
   }
   port->write(detail::wire::kStartCommand);
   return std::move(*port);
@@ -61,7 +62,7 @@ void hand_over(const std::string& path, std::size_t cycles, std::size_t hops) {
   threads.emplace_back([&] {
     std::vector<std::uint8_t> space(4096);
     for (std::size_t cycle = 0; cycle < cycles; ++cycle) {
-      while (port.read(space).value_or(1) == 0) {
+      while (port.read(space).value() == 0) {
       }
       counters.front().add();
     }
